@@ -1,0 +1,25 @@
+# What every target of the project is built with: `ostrand_settings` is linked privately by all.
+
+set(OSTRAND_SANITIZER "" CACHE STRING "Sanitizer to build with: address, thread or empty")
+
+add_library(ostrand_settings INTERFACE)
+target_include_directories(ostrand_settings INTERFACE ${PROJECT_SOURCE_DIR})
+target_compile_options(ostrand_settings INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast
+    -Woverloaded-virtual -Wsuggest-override -Wformat=2 -Wduplicated-cond -Wlogical-op
+    -Wextra-semi -Werror)
+target_link_libraries(ostrand_settings INTERFACE Threads::Threads)
+
+if(OSTRAND_SANITIZER STREQUAL "address")
+    add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all
+                        -fno-omit-frame-pointer)
+    # UBSan also checks conversions that are undefined only out of range.
+    add_compile_options(-fsanitize=float-cast-overflow,float-divide-by-zero)
+    add_link_options(-fsanitize=address,undefined)
+elseif(OSTRAND_SANITIZER STREQUAL "thread")
+    # Asio uses atomic_thread_fence, which g++ warns about under this sanitizer.
+    add_compile_options(-fsanitize=thread -Wno-tsan)
+    add_link_options(-fsanitize=thread)
+elseif(NOT OSTRAND_SANITIZER STREQUAL "")
+    message(FATAL_ERROR "OSTRAND_SANITIZER is address, thread or empty")
+endif()

@@ -1,0 +1,28 @@
+# Unit tests: one program a folder, its `*Test.cpp` listed by name beside the classes.
+
+include(GoogleTest)
+
+# ostrand_add_tests(NAME SOURCES ... LIBRARIES ...)
+function(ostrand_add_tests NAME)
+    cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES" ${ARGN})
+    add_executable(${NAME} ${ARG_SOURCES})
+    target_link_libraries(${NAME} PRIVATE ostrand_settings ${ARG_LIBRARIES} GTest::gtest_main)
+    gtest_discover_tests(${NAME} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 120)
+    foreach(source IN LISTS ARG_SOURCES)
+        get_filename_component(path ${source} ABSOLUTE)
+        set_property(GLOBAL APPEND PROPERTY OSTRAND_TEST_SOURCES ${path})
+    endforeach()
+endfunction()
+
+# Stops the configuration where a test source belongs to no target: a test that nobody runs.
+function(ostrand_check_tests)
+    get_property(listed GLOBAL PROPERTY OSTRAND_TEST_SOURCES)
+    foreach(folder host platform framework providers tests)
+        file(GLOB_RECURSE found CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${folder}/*Test.cpp)
+        foreach(source IN LISTS found)
+            if(NOT source IN_LIST listed)
+                message(FATAL_ERROR "${source} belongs to no test target")
+            endif()
+        endforeach()
+    endforeach()
+endfunction()

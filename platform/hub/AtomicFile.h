@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string>
+
+namespace OstrandHub {
+
+/// Writes a file that appears whole: the text goes to a temporary file in the same folder, which
+/// is then renamed, so that no reader, and no restart after a sudden end, ever meets half of it.
+/// Two threads may write one path at a time; one of the texts stays. False if it could not be
+/// written; what was there before is then still there.
+bool writeFileAtomically(const std::string& path, const std::string& text);
+
+} // namespace OstrandHub
