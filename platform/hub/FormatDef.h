@@ -15,4 +15,12 @@ struct FormatDef {
     std::string extension;  ///< of the result file, without the dot
 };
 
+/// The row of an output format; that of the default one, x3d, for a number that is none. The result
+/// lives as long as the process. Any thread may ask.
+const FormatDef& formatOf(OutputType type);
+
+/// Finds the format of this name, compared exactly; false, and `type` is left alone, where there is
+/// none.
+bool findFormat(const std::string& name, OutputType& type);
+
 } // namespace OstrandService

@@ -47,10 +47,10 @@ public:
     /// Ends the client's own activity. What hangs in a system call is left to end by itself.
     bool close();
 
-    std::int32_t mcastTtl = 2;         ///< time-to-live of multicast messages, hops
-    std::uint16_t mcastPort = 5311;    ///< port of the multicast group
-    std::int32_t refreshInterval = 0;  ///< seconds between two registrations; 0: once
-    bool regByMulticast = false;       ///< multicast instead of a direct request
+    std::int32_t mcastTtl = 2;        ///< time-to-live of multicast messages, hops
+    std::uint16_t mcastPort = 5311;   ///< port of the multicast group
+    std::int32_t refreshInterval = 0; ///< seconds between two registrations; 0: once
+    bool regByMulticast = false;      ///< multicast instead of a direct request
 
 private:
     struct Worker;

@@ -12,6 +12,8 @@
 
 namespace OstrandService {
 
+class JobFields;
+
 /// Form of the answer to a submission. A number, since the description's text is the interface and
 /// the providers read the values by their own tables.
 enum class ReplyType : std::uint32_t { Id = 0, Redirect = 1, File = 2, Uri = 3, Origin = 4 };
@@ -27,15 +29,16 @@ public:
 
     /// One element of "commands".
     struct Command {
-        std::string line;               ///< the whole command line
-        std::vector<std::string> rest;  ///< further texts of a list element; not used
+        std::string line;              ///< the whole command line
+        std::vector<std::string> rest; ///< further texts of a list element; not used
     };
 
     static constexpr std::int32_t toolJob = 0;
     static constexpr std::int32_t commandBatch = 1;
 
-    /// `uid` is the identity for a description that forms none itself; mostly empty.
-    explicit TranscoderJobDesc(const std::string& uid);
+    /// `uploads` is the folder of the uploads that a job may name as its resource; empty for a
+    /// provider that takes none.
+    explicit TranscoderJobDesc(const std::string& uploads);
     TranscoderJobDesc(const TranscoderJobDesc&);
     TranscoderJobDesc& operator=(const TranscoderJobDesc&) = delete;
     virtual ~TranscoderJobDesc();
@@ -58,23 +61,36 @@ public:
     bool getDuplicateTextures() const { return duplicateTextures; }
     const std::vector<Annotation>& getAnnotations() const { return annotations; }
 
-    EnvironmentList environment;       ///< variables asked for; only whitelisted names
-    std::int32_t JobKind = toolJob;    ///< `toolJob` or `commandBatch`
-    bool valid = false;                ///< false refuses the job
-    bool rerun = false;                ///< run the tools again although the uid is known
+    EnvironmentList environment;    ///< variables asked for; only whitelisted names
+    std::int32_t JobKind = toolJob; ///< `toolJob` or `commandBatch`
+    bool valid = false;             ///< false refuses the job
+    bool rerun = false;             ///< run the tools again although the uid is known
     std::vector<std::pair<std::string, std::string>> cookies; ///< name and value, in key order
     ReplyType replyType = ReplyType::Id;
     std::vector<Command> commands; ///< of a command batch
-    std::string resource;          ///< input of a tool job: path or URL
-    std::string suffix;            ///< suffix of the input
+    std::string resource; ///< input: path or URL; for an upload its file in the upload folder
+    std::string suffix;   ///< suffix of the input
 
-    static std::unordered_set<std::string> cmd_whitelist;    ///< programs a batch may start, or "*"
-    static std::unordered_set<std::string> env_whitelist;    ///< variables a job may set
-    static std::unordered_set<std::string> cookie_whitelist; ///< beginnings of cookies to pass on
-    static std::unordered_set<std::string> cookieAwareCmds;  ///< programs that get the cookies
-    static ReplyType secCmdDefaultReplyType; ///< of a command batch that asks for no form
+    // Defined here, so that they are there for whatever includes this header and runs before main.
+    /// Programs that a batch may start; the one entry "*" allows every program.
+    static inline std::unordered_set<std::string> cmd_whitelist{"fettle", "fettle.exe", "glimt"};
+    static inline std::unordered_set<std::string> env_whitelist; ///< variables a job may set
+    static inline std::unordered_set<std::string>
+        cookie_whitelist; ///< beginnings of cookies to pass on
+    static inline std::unordered_set<std::string>
+        cookieAwareCmds; ///< programs that get the cookies
+    /// Form of the answer for a command batch that asks for none.
+    static inline ReplyType secCmdDefaultReplyType = ReplyType::Id;
 
 private:
+    void read(const JobFields& fields);
+    void readReply(const JobFields& fields);
+    void readCommands(const picojson::array& elements);
+    void readEnvironment(const JobFields& fields);
+    void readToolJob(const JobFields& fields);
+    void resolveUpload();
+
+    std::string uploadFolder;
     std::string uid;
     std::string operations;
     OutputType outputType = OutputType::X3d;

@@ -1,0 +1,61 @@
+#include "platform/hub/AtomicFile.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace OstrandHub {
+
+namespace {
+
+/// The folder of `path` with its slash; empty for a bare name.
+std::string folderOf(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? "" : path.substr(0, slash + 1);
+}
+
+/// Makes a new file in `folder` and returns its descriptor and, in `name`, its path. The name
+/// starts with a dot and does not hold the target's, which may be as long as names can be.
+int createBeside(const std::string& folder, std::string& name) {
+    static std::atomic<std::uint64_t> counter{0};
+    for (;;) {
+        name = folder + ".new-" + std::to_string(::getpid()) + "-" + std::to_string(++counter);
+        const int fd = ::open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        // A file of that name was left behind by a process that ended in the middle.
+        if (fd >= 0 || errno != EEXIST)
+            return fd;
+    }
+}
+
+bool writeAll(int fd, const std::string& text) {
+    std::size_t written = 0;
+    while (written < text.size()) {
+        const ssize_t count = ::write(fd, text.data() + written, text.size() - written);
+        if (count < 0 && errno != EINTR)
+            return false;
+        if (count > 0)
+            written += static_cast<std::size_t>(count);
+    }
+    return true;
+}
+
+} // namespace
+
+bool writeFileAtomically(const std::string& path, const std::string& text) {
+    std::string name;
+    const int fd = createBeside(folderOf(path), name);
+    if (fd < 0)
+        return false;
+    const bool written = writeAll(fd, text);
+    const bool closed = ::close(fd) == 0;
+    if (written && closed && std::rename(name.c_str(), path.c_str()) == 0)
+        return true;
+    ::unlink(name.c_str());
+    return false;
+}
+
+} // namespace OstrandHub

@@ -1,0 +1,79 @@
+#include "platform/hub/MessageLog.h"
+
+#include "platform/hub/RotatingFile.h"
+
+#include <mutex>
+
+namespace OstrandService {
+
+struct MessageLog::State {
+    std::mutex mutex; ///< guards what follows, over the writing too: lines keep their order
+
+    std::string path;                   ///< folder, as it was set
+    std::unique_ptr<RotatingFile> file; ///< of `path`; null before its first line
+};
+
+namespace {
+
+/// `text` as one line: a client's text must not be able to forge a second one.
+std::string onOneLine(const std::string& text) {
+    std::string line;
+    line.reserve(text.size());
+    for (const char c : text) {
+        if (c == '\n')
+            line += "\\n";
+        else if (c == '\r')
+            line += "\\r";
+        else
+            line += c;
+    }
+    return line;
+}
+
+} // namespace
+
+MessageLog::MessageLog() : state(std::make_unique<State>()) {}
+
+MessageLog::~MessageLog() = default;
+
+MessageLog* MessageLog::the() {
+    static MessageLog* const instance = new MessageLog;
+    return instance;
+}
+
+void MessageLog::setLogPath(const std::string& path) {
+    State& state = *the()->state;
+    const std::lock_guard<std::mutex> guard(state.mutex);
+    if (state.path == path)
+        return;
+    state.path = path;
+    state.file.reset();
+}
+
+std::string MessageLog::getLogPath() {
+    State& state = *the()->state;
+    const std::lock_guard<std::mutex> guard(state.mutex);
+    return state.path;
+}
+
+void MessageLog::log(const std::string& text) {
+    try {
+        const std::string line = onOneLine(text);
+        const std::lock_guard<std::mutex> guard(state->mutex);
+        if (state->path.empty())
+            return;
+        if (!state->file) {
+            state->file = std::make_unique<RotatingFile>(state->path + "/messages.log", ' ', "",
+                                                         RotatingFile::Limits());
+        }
+        state->file->write(line);
+    } catch (...) {
+        // Out of memory: nobody is there to be told, and no caller expects an exception.
+    }
+}
+
+void MessageLog::log(const char* text) {
+    log(std::string(text ? text : ""));
+}
+
+} // namespace OstrandService
