@@ -41,7 +41,7 @@ public:
 protected:
     enum class KeyCase { Exact, Ignored };
 
-    explicit ParamBag(KeyCase keyCase) : keyCase(keyCase) {}
+    explicit ParamBag(KeyCase comparison) : keyCase(comparison) {}
 
     /// The entry under `key`, or null.
     const Entry* find(const char* key) const;

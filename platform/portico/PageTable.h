@@ -24,6 +24,9 @@ public:
     /// before a shorter one, whatever the order of adding.
     WebPage* find(const std::string& path) const;
 
+    /// Drops all pages.
+    void clear();
+
 private:
     std::map<std::string, std::unique_ptr<WebPage>> exact;
     std::map<std::string, std::unique_ptr<WebPage>> patterns; ///< by the text before the star

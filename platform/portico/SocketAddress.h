@@ -9,8 +9,8 @@ namespace Portico {
 class SocketAddress {
 public:
     SocketAddress() = default;
-    SocketAddress(std::string address, unsigned short port)
-        : address(std::move(address)), port(port) {}
+    SocketAddress(std::string text, unsigned short number)
+        : address(std::move(text)), port(number) {}
 
     /// The port; 0 where nothing is bound.
     unsigned short getServicePort() const { return port; }

@@ -27,10 +27,13 @@ public:
     /// Stores a clone of `page` under `path`; see PageTable.
     void addPage(const std::string& path, const WebPage& page);
 
+    /// Drops all pages; only while the server does not run.
+    void clearPages();
+
 protected:
     PageTable pages;
     std::string realm;
-    int logSize = 0;
+    int logSize = 25;
 };
 
 } // namespace Portico

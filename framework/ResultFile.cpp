@@ -1,0 +1,25 @@
+#include "framework/ResultFile.h"
+
+#include "platform/hub/HubFiles.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace OstrandService {
+
+bool ResultFile::read(const std::string& path, std::string& body) {
+    return OstrandHub::getFileContents(path.c_str(), body);
+}
+
+bool ResultFile::isReadable(const std::string& path) {
+    const int file = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (file < 0)
+        return false;
+    struct stat status = {};
+    const bool regular = ::fstat(file, &status) == 0 && S_ISREG(status.st_mode);
+    ::close(file);
+    return regular;
+}
+
+} // namespace OstrandService

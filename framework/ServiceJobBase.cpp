@@ -1,0 +1,121 @@
+#include "framework/ServiceJobBase.h"
+
+#include "framework/StatusFile.h"
+#include "framework/ToolEnvironment.h"
+#include "platform/hub/AtomicFile.h"
+#include "platform/hub/HubFiles.h"
+#include "platform/kestrel/ToolProcess.h"
+
+#include <fstream>
+#include <iostream>
+
+namespace OstrandService {
+
+namespace {
+
+constexpr const char* spawnError =
+    "Error spawning process. Called tool most likely not executable or found\n";
+
+} // namespace
+
+ServiceJobBase::ServiceJobBase() = default;
+ServiceJobBase::~ServiceJobBase() = default;
+
+void ServiceJobBase::setState(JobState newState) {
+    state = newState;
+}
+
+void ServiceJobBase::cleanup() {}
+
+void ServiceJobBase::getCommands(Commands& /*commands*/) {}
+
+std::string ServiceJobBase::workDir() const {
+    const std::lock_guard<std::mutex> lock(workDirMutex);
+    return folder;
+}
+
+void ServiceJobBase::setWorkDir(const std::string& path) {
+    const std::lock_guard<std::mutex> lock(workDirMutex);
+    folder = path;
+}
+
+void ServiceJobBase::run() {
+    setState(JobState::IN_PROCESS);
+    resultText = "See Resource";
+    Commands commands;
+    getCommands(commands);
+    EnvironmentList env;
+    getEnvironment(env);
+    // No look at the state between two commands: a later success hides an earlier failure, and a
+    // job without commands stays IN_PROCESS. Clients rely on both.
+    for (const std::vector<std::string>& command : commands)
+        runCommand(command, env);
+}
+
+void ServiceJobBase::runCommand(const std::vector<std::string>& command,
+                                const EnvironmentList& env) {
+    if (command.empty()) {
+        setState(JobState::ERROR);
+        return;
+    }
+    Kestrel::ToolStart what;
+    what.commandLine = command.front();
+    what.workDir = workDir();
+    what.consolePath = what.workDir + "/console.txt";
+    what.environment = toolEnvironment(what.commandLine, env);
+    const std::shared_ptr<Kestrel::ToolProcess> tool = Kestrel::ToolProcess::start(what);
+    if (!tool) {
+        reportStartFailure(what.consolePath);
+        setState(JobState::ERROR);
+        return;
+    }
+    {
+        const std::lock_guard<std::mutex> lock(processMutex);
+        process = tool;
+    }
+    endCommand(tool);
+}
+
+void ServiceJobBase::reportStartFailure(const std::string& consolePath) const {
+    std::cout << spawnError << std::flush;
+    std::ofstream(consolePath, std::ios::binary | std::ios::app) << spawnError;
+}
+
+// The state is set while the tool still counts as running and is cleared after it: a stop that
+// comes in between sets TERMINATING behind the final state, which is what the worker loop looks
+// for. The ended process is kept by the system until the reap, so that such a stop hits no
+// stranger.
+void ServiceJobBase::endCommand(const std::shared_ptr<Kestrel::ToolProcess>& tool) {
+    const std::optional<int> exitCode = tool->waitForEnd();
+    setState(exitCode && *exitCode == 0 ? JobState::CLOSED : JobState::ERROR);
+    const std::lock_guard<std::mutex> lock(processMutex);
+    tool->reap();
+    // A job that was queued twice may run on two workers; each clears only its own tool.
+    if (process == tool)
+        process.reset();
+}
+
+void ServiceJobBase::kill() {
+    const std::lock_guard<std::mutex> lock(processMutex);
+    if (!process)
+        return;
+    setState(JobState::TERMINATING);
+    process->terminate();
+}
+
+void ServiceJobBase::readStatus() {
+    std::string text;
+    std::optional<JobState> read;
+    if (OstrandHub::getFileContents((workDir() + "/.status").c_str(), text))
+        read = StatusFile::parse(text);
+    if (read)
+        state = *read;
+    else
+        setState(JobState::ERROR);
+}
+
+void ServiceJobBase::writeStatus() const {
+    OstrandHub::writeFileAtomically(workDir() + "/.status", StatusFile::format(state));
+}
+
+} // namespace OstrandService

@@ -1,0 +1,173 @@
+#include "providers/transcoder/ServiceTranscoderJob.h"
+
+#include "platform/config/Base.h"
+#include "platform/portico/ProtocolHTTP.h"
+
+#include <boost/algorithm/string.hpp>
+#include <boost/filesystem.hpp>
+#include <cstdio>
+#include <fstream>
+#include <vector>
+
+namespace OstrandService {
+
+namespace {
+
+std::string movedPage(const std::string& uri) {
+    return "<html><header><title>Moved</title></header><body>"
+           "<h1>Moved</h1><p>This page has moved to <a href=\"" +
+           uri + "\">" + uri + "</a>.</p></body></html>";
+}
+
+bool isWhitelisted(const std::string& token) {
+    for (const std::string& entry : TranscoderJobDesc::cookie_whitelist) {
+        if (token.compare(0, entry.size(), entry) == 0)
+            return true;
+    }
+    return false;
+}
+
+} // namespace
+
+ServiceTranscoderJob::ServiceTranscoderJob(const std::string& providerId)
+    : ServiceJob<TranscoderJobDesc>(providerId, "") {}
+
+void ServiceTranscoderJob::destroy(ServiceTranscoderJob* job) {
+    delete job;
+}
+
+boost::shared_ptr<ServiceTranscoderJob>
+ServiceTranscoderJob::create(const picojson::value& v, const std::string& providerId) {
+    boost::shared_ptr<ServiceTranscoderJob> job(new ServiceTranscoderJob(providerId),
+                                                &ServiceTranscoderJob::destroy);
+    job->desc.parse(v);
+    job->metaText = v.serialize();
+    if (!job->desc.valid)
+        job.reset();
+    return job;
+}
+
+void ServiceTranscoderJob::setState(JobState newState) {
+    const std::lock_guard<std::mutex> lock(stateMutex);
+    ServiceJobBase::setState(newState);
+    writeStatus();
+}
+
+JobState ServiceTranscoderJob::settledState() const {
+    const std::lock_guard<std::mutex> lock(stateMutex);
+    return state;
+}
+
+void ServiceTranscoderJob::getCommands(Commands& commands) {
+    if (desc.JobKind != TranscoderJobDesc::commandBatch)
+        return;
+    for (const TranscoderJobDesc::Command& command : desc.commands)
+        commands.push_back({command.line});
+}
+
+void ServiceTranscoderJob::getEnvironment(EnvironmentList& env) {
+    ServiceJob<TranscoderJobDesc>::getEnvironment(env);
+    const std::lock_guard<std::mutex> lock(textMutex);
+    if (!cookieHeader.empty())
+        env.emplace_back(cookieVariable, cookieHeader);
+    if (!deliveryHost.empty())
+        env.emplace_back(deliveryHostVariable, deliveryHost);
+}
+
+void ServiceTranscoderJob::prepare(const std::string& basePath) {
+    ServiceJob<TranscoderJobDesc>::prepare(basePath);
+    const std::string folder = workDir();
+    for (const char* name : {"/binGeo", "/imgGeo", "/popGeo", "/src", "/struct", "/acc"}) {
+        boost::system::error_code error;
+        boost::filesystem::create_directory(folder + name, error);
+        if (error)
+            return;
+    }
+    if (desc.cookies.empty())
+        return;
+    std::ofstream out(folder + "/.cookie", std::ios::binary | std::ios::trunc);
+    for (const auto& cookie : desc.cookies)
+        out << cookie.first << "\n" << cookie.second << "\n";
+}
+
+void ServiceTranscoderJob::writeJobId() {
+    std::ofstream(workDir() + "/jobId", std::ios::binary | std::ios::trunc)
+        << std::to_string(id) << "@" << sourceText;
+}
+
+void ServiceTranscoderJob::markPartial() {
+    if (std::FILE* file = std::fopen((workDir() + "/.partial").c_str(), "we"))
+        std::fclose(file);
+}
+
+void ServiceTranscoderJob::clearPartial() {
+    boost::system::error_code error;
+    boost::filesystem::remove(workDir() + "/.partial", error);
+}
+
+// The whitelist is compared with the beginning of the whole "name=value", and what is kept is put
+// together with nothing in between: tools that read the cookies know that form.
+void ServiceTranscoderJob::setCookies(const std::string& header) {
+    if (header.empty())
+        return;
+    std::vector<std::string> tokens;
+    boost::split(tokens, header, [](char c) { return c == ';'; });
+    std::string kept;
+    for (std::string& token : tokens) {
+        boost::trim(token);
+        if (isWhitelisted(token))
+            kept += token;
+    }
+    const std::lock_guard<std::mutex> lock(textMutex);
+    cookieHeader = kept;
+}
+
+void ServiceTranscoderJob::setDeliveryHost(const std::string& host) {
+    const std::lock_guard<std::mutex> lock(textMutex);
+    deliveryHost = host;
+}
+
+std::string ServiceTranscoderJob::resultFileName() const {
+    return "index." + TranscoderJobDesc::format(desc.getOutputType()).extension;
+}
+
+void ServiceTranscoderJob::writeJobReply(Portico::ProtocolHTTP::Reply& reply,
+                                         const std::string& base) const {
+    const std::string number = std::to_string(id);
+    const std::string jobUri = base + "/" + sourceText + "/" + number;
+    const bool hasResultFile = desc.JobKind == TranscoderJobDesc::toolJob;
+    // Also where the body is a bare URI.
+    reply.header().setParam("Content-Type", "text/html");
+    reply.setCode(202);
+    if (desc.replyType == ReplyType::Redirect && hasResultFile) {
+        const std::string uri = jobUri + "/" + resultFileName();
+        reply.setCode(302);
+        reply.header().setParam("Access-Control-Expose-Headers", "Location");
+        reply.header().setParam("Location", Config::Base::value2String(uri).c_str());
+        reply.body() = movedPage(uri);
+    } else if (desc.replyType == ReplyType::Uri || desc.replyType == ReplyType::Origin) {
+        reply.body() = jobUri;
+    } else if (desc.replyType == ReplyType::File && hasResultFile) {
+        reply.body() = jobUri + "/" + resultFileName();
+    } else {
+        reply.body() = number + "@" + sourceText;
+    }
+}
+
+void ServiceTranscoderJob::beginAcceptance() {
+    const std::lock_guard<std::mutex> lock(acceptanceMutex);
+    accepted = false;
+}
+
+void ServiceTranscoderJob::endAcceptance() {
+    const std::lock_guard<std::mutex> lock(acceptanceMutex);
+    accepted = true;
+    acceptanceEnded.notify_all();
+}
+
+void ServiceTranscoderJob::awaitAcceptance() {
+    std::unique_lock<std::mutex> lock(acceptanceMutex);
+    acceptanceEnded.wait(lock, [this] { return accepted; });
+}
+
+} // namespace OstrandService

@@ -1,0 +1,89 @@
+#pragma once
+
+#include "framework/ServiceJob.h"
+#include "platform/hub/TranscoderJobDesc.h"
+
+#include <boost/shared_ptr.hpp>
+#include <condition_variable>
+#include <mutex>
+#include <picojson.h>
+#include <string>
+
+namespace Portico::ProtocolHTTP {
+class Reply;
+}
+
+namespace OstrandService {
+
+/// A job of the transcoder: a parsed description that becomes a folder on disk and a list of
+/// command lines. The folder tells of the job after a restart, and the empty file ".partial" in it
+/// tells the result server that the job is not finished.
+///
+/// `sourceText` is the provider's id. Touched by web threads and by the worker that runs it, or by
+/// two workers where it was queued twice.
+class ServiceTranscoderJob : public ServiceJob<TranscoderJobDesc> {
+public:
+    /// Makes a job from a JSON object; null where the description is refused.
+    static boost::shared_ptr<ServiceTranscoderJob> create(const picojson::value& v,
+                                                          const std::string& providerId);
+
+    /// Stores the state and writes it to ".status", in one step: the file always tells the last
+    /// state, whichever threads set it.
+    void setState(JobState newState) override;
+
+    /// Appends the command lines of a command batch, as the client wrote them; none for other jobs.
+    void getCommands(Commands& commands) override;
+
+    /// The description's variables, the filtered cookies and the delivery host, where set.
+    void getEnvironment(EnvironmentList& env) override;
+
+    /// Makes the folder with ".meta", the folders for the tools' results, and ".cookie". Reports
+    /// nothing.
+    void prepare(const std::string& basePath) override;
+
+    /// Writes the file "jobId": the id, "@" and the provider's id.
+    void writeJobId();
+
+    /// Makes and removes the file ".partial". Neither reports a failure.
+    void markPartial();
+    void clearPartial();
+
+    /// Keeps of a "Cookie" header what the cookie whitelist lets through. An empty header changes
+    /// nothing: a job that runs again keeps the cookies of its former run.
+    void setCookies(const std::string& header);
+
+    void setDeliveryHost(const std::string& host);
+
+    /// Name of the result file: "index." and the extension of the job's format.
+    std::string resultFileName() const;
+
+    /// Fills in the answer to a submission; `base` is the URL of the result server.
+    void writeJobReply(Portico::ProtocolHTTP::Reply& reply, const std::string& base) const;
+
+    /// The state as it is on disk too: waits for a setState() under way.
+    JobState settledState() const;
+
+    /// Between these two the thread that brought the job makes its folder and queues it; another
+    /// one that was given the same job waits in awaitAcceptance() until that is done, so that no
+    /// answer speaks of a job that is not on disk.
+    void beginAcceptance();
+    void endAcceptance();
+    void awaitAcceptance();
+
+private:
+    explicit ServiceTranscoderJob(const std::string& providerId);
+    ~ServiceTranscoderJob() = default;
+    static void destroy(ServiceTranscoderJob* job);
+
+    mutable std::mutex stateMutex; ///< held over storing the state and writing the file
+
+    mutable std::mutex textMutex; ///< guards the two texts; never held over a file operation
+    std::string cookieHeader;     ///< whitelisted part of the "Cookie" header
+    std::string deliveryHost;     ///< base URL of an answer that follows the client's own host
+
+    std::mutex acceptanceMutex; ///< guards `accepted`
+    std::condition_variable acceptanceEnded;
+    bool accepted = true;
+};
+
+} // namespace OstrandService

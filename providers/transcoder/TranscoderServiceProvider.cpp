@@ -1,0 +1,190 @@
+#include "providers/transcoder/TranscoderServiceProvider.h"
+
+#include "framework/Cors.h"
+#include "host/ServiceProviderRegistry.h"
+#include "platform/hub/Json.h"
+#include "platform/hub/MessageLog.h"
+#include "platform/portico/ProtocolHTTP.h"
+#include "platform/portico/URL.h"
+#include "providers/transcoder/ServiceTranscoderJob.h"
+#include "providers/transcoder/Transition.h"
+
+#include <boost/lexical_cast.hpp>
+#include <boost/pointer_cast.hpp>
+#include <boost/thread/lock_guard.hpp>
+
+namespace OstrandService {
+
+namespace {
+
+ServiceProvider* createTranscoder() {
+    return new TranscoderServiceProvider;
+}
+
+const ServiceProviderRegistration registration("TranscoderService", &createTranscoder);
+
+bool mayRunAgain(JobState state) {
+    return state == JobState::DELETED || state == JobState::CANCELED || state == JobState::ERROR;
+}
+
+} // namespace
+
+TranscoderServiceProvider::TranscoderServiceProvider()
+    : ServiceProvider("./transcoder/log", "./transcoder/cache") {
+    jobs.emplace_back();
+    // A result may be as large as the tools make it, and uploads have the same bound.
+    deliveryServer.bodyLimit = 2ull * 1024 * 1024 * 1024;
+}
+
+void TranscoderServiceProvider::setupLogging() {
+    MessageLog::setLogPath(logPath);
+}
+
+bool TranscoderServiceProvider::addJob(const Request& request, const picojson::value& value,
+                                       Reply& reply) {
+    const TranscoderJob incoming = ServiceTranscoderJob::create(value, providerId);
+    if (!incoming) {
+        reply.setCode(400);
+        return true;
+    }
+    TranscoderJob job = incoming;
+    {
+        const Transition transition(transitions);
+        const bool isNew = insertOrFind(job);
+        const AcceptanceGuard acceptance(isNew ? job.get() : nullptr);
+        if (isNew)
+            job->prepare(cachePath);
+        else
+            job->awaitAcceptance();
+        // Only the wish to run again is the new request's; description, commands and form of the
+        // answer stay those of the job that was there.
+        if (isNew || mayRunAgain(job->settledState()) || incoming->desc.rerun)
+            queueJob(job, request.header().getParam("Cookie", ""));
+    }
+    job->writeJobReply(reply, replyBase(request, job));
+    return true;
+}
+
+// True for a job that is new to the table. `job` is then in it, else it becomes the one that was
+// there. An index entry of 0, as a folder "0" leaves it, means "not there", and it is the job in
+// place 0 that gets a new id.
+bool TranscoderServiceProvider::insertOrFind(TranscoderJob& job) {
+    const boost::lock_guard<boost::mutex> lock(jobListMutex);
+    const auto known = jobIndex.find(job->desc.getUid());
+    if (known != jobIndex.end()) {
+        job = jobs[known->second];
+        if (known->second != 0)
+            return false;
+    }
+    job->id = static_cast<std::uint32_t>(jobs.size());
+    jobs.push_back(job);
+    jobIndex[job->desc.getUid()] = job->id;
+    job->beginAcceptance();
+    return true;
+}
+
+// When this returns the folder tells of a job that waits: a restart would run it.
+void TranscoderServiceProvider::queueJob(const TranscoderJob& job, const std::string& cookie) {
+    job->writeJobId();
+    job->markPartial();
+    job->setCookies(cookie);
+    job->setState(JobState::OPEN);
+    job->resultText = "Not Run Yet";
+    ++numJobs;
+    const boost::lock_guard<boost::mutex> accepting(jobsMutex);
+    {
+        const boost::lock_guard<boost::mutex> lock(jobQueue.mutex);
+        jobQueue.pushBack(job);
+    }
+    jobQueue.notEmpty.notify_one();
+}
+
+std::string TranscoderServiceProvider::replyBase(const Request& request,
+                                                 const TranscoderJob& job) const {
+    const std::string base = getDeliveryUrl();
+    if (!replyOrigin)
+        return base;
+    const Portico::URL origin(std::string("http://") + request.header().getParam("HubHost", ""));
+    const Portico::URL delivery(base);
+    const std::string own =
+        delivery.getScheme() + "://" + origin.getHost() + ":" + std::to_string(delivery.getPort());
+    job->setDeliveryHost(own);
+    return own;
+}
+
+bool TranscoderServiceProvider::updateJobStates(const Request& request, Reply& reply) {
+    picojson::value value;
+    if (!OstrandHub::parseJson(request.body(), value) || !value.is<picojson::object>() ||
+        !value.get("Parameters").is<picojson::array>()) {
+        reply.setCode(400);
+        return true;
+    }
+    std::string text = "[";
+    for (const picojson::value& element : value.get("Parameters").get<picojson::array>()) {
+        if (!element.is<picojson::array>())
+            continue;
+        const picojson::array& pair = element.get<picojson::array>();
+        if (pair.size() < 2 || !pair[0].is<double>() || !pair[1].is<std::string>())
+            continue;
+        const std::string& uri = pair[1].get<std::string>();
+        const int code = stateCode(uri);
+        if (code == 0)
+            continue;
+        // The comma goes by what was written, so that elements left out leave no trace.
+        text += text.size() == 1 ? "[" : ",[";
+        text += std::to_string(code) + ",\"" + uri + "\"]";
+    }
+    text += "]";
+    reply.setCode(200);
+    reply.body() = text;
+    reply.header().setParam("Content-Type", "application/json");
+    addCorsHeaders(request, reply);
+    return true;
+}
+
+// The code that a job's URI, ".../<providerId>/<id>", is answered with; 0 where the URI is none of
+// this provider's jobs.
+int TranscoderServiceProvider::stateCode(const std::string& uri) {
+    const std::string::size_type last = uri.rfind('/');
+    if (last == std::string::npos || last == 0)
+        return 0;
+    const std::string::size_type previous = uri.rfind('/', last - 1);
+    if (previous == std::string::npos ||
+        uri.compare(previous + 1, last - previous - 1, providerId) != 0)
+        return 0;
+    const auto number = boost::lexical_cast<std::int32_t>(uri.substr(last + 1));
+    const auto index = static_cast<std::uint64_t>(static_cast<std::int64_t>(number));
+    const boost::lock_guard<boost::mutex> lock(jobListMutex);
+    if (index >= jobs.size() || !jobs[index])
+        return 0;
+    switch (jobs[index]->state) {
+    case JobState::OPEN:
+    case JobState::IN_PROCESS:
+        return 202;
+    case JobState::CLOSED:
+    case JobState::TERMINATED:
+        return 200;
+    default:
+        return 404;
+    }
+}
+
+bool TranscoderServiceProvider::deleteJob(const Request& /*request*/, Reply& reply) {
+    // A job stays until the cache is cleared; the request is answered and does nothing.
+    reply.setCode(200);
+    return true;
+}
+
+void TranscoderServiceProvider::jobFinished(boost::shared_ptr<ServiceJobBase>& job) {
+    if (!job)
+        return;
+    const Transition transition(transitions);
+    ServiceProvider::jobFinished(job);
+    // Behind the final state: who finds the marker gone finds the state on disk.
+    if (const auto own = boost::dynamic_pointer_cast<ServiceTranscoderJob>(job))
+        own->clearPartial();
+}
+
+void TranscoderServiceProvider::jobRemoved(boost::shared_ptr<ServiceJobBase>& /*job*/) {}
+
+} // namespace OstrandService
