@@ -6,6 +6,13 @@
 #include <memory>
 #include <string>
 
+namespace OstrandHub {
+class HubClock;
+class HubSender;
+class HubTransport;
+struct HubMessage;
+} // namespace OstrandHub
+
 /// The client that announces a service provider to the hub.
 ///
 /// Messages leave from a thread of the client's own, which starts with the first one: a hub that is
@@ -15,9 +22,15 @@ class OstrandHubServiceProvider : public Portico::Multicast {
 public:
     /// Makes the client and fixes the service's identifier, a random UUID in lower case that is
     /// kept in the file ".serviceid" in `cacheRoot`, so that a restart has it again; where the file
-    /// can't be written it lasts as long as the object. `group` stands in the deregistration.
+    /// can't be written it lasts as long as the object. `hubGroup` stands in the deregistration.
     /// With `shortId` getUUID() gives the first 8 characters.
-    OstrandHubServiceProvider(const std::string& cacheRoot, const std::string& group, bool shortId);
+    OstrandHubServiceProvider(const std::string& cacheRoot, const std::string& hubGroup,
+                              bool shortId);
+
+    /// The same with a transport and a clock of the caller's.
+    OstrandHubServiceProvider(const std::string& cacheRoot, const std::string& hubGroup,
+                              bool shortId, std::shared_ptr<OstrandHub::HubTransport> usedTransport,
+                              std::shared_ptr<OstrandHub::HubClock> usedClock);
 
     /// Closes.
     ~OstrandHubServiceProvider();
@@ -36,7 +49,7 @@ public:
 
     /// Hands the registration document to the client's thread, which sends it and, if
     /// `refreshInterval` is not 0, sends it again at that interval. `ssl` asks for https on the
-    /// direct way. True at once.
+    /// direct way. At once true; false only where the system gives no thread.
     bool addServiceProvider(const std::string& document, bool ssl);
 
     /// Deregisters: ends the renewal, sends the deregistration and waits at most 2 s for it to
@@ -44,19 +57,25 @@ public:
     /// left.
     bool removeServiceProvider(bool ssl);
 
-    /// Ends the client's own activity. What hangs in a system call is left to end by itself.
+    /// Ends the client's own activity, within half a second. What hangs in a system call is left
+    /// to end by itself. True always. A second call does nothing.
     bool close();
 
     std::int32_t mcastTtl = 2;        ///< time-to-live of multicast messages, hops
     std::uint16_t mcastPort = 5311;   ///< port of the multicast group
     std::int32_t refreshInterval = 0; ///< seconds between two registrations; 0: once
-    bool regByMulticast = false;      ///< multicast instead of a direct request
+    bool regByMulticast = false;      ///< multicast instead of a direct request; it is also the
+                                      ///< way of a client that was given no address
 
 private:
-    struct Worker;
+    OstrandHub::HubMessage message(const std::string& document, bool ssl) const;
 
     const std::string group;
-    std::string identifier;
+    const std::string identifier;
+    const std::shared_ptr<OstrandHub::HubTransport> transport;
+    const std::shared_ptr<OstrandHub::HubClock> clock;
     std::string regAddress;
-    std::shared_ptr<Worker> worker;
+    bool registered = false; ///< a registration was handed over and none has been taken back
+    std::unique_ptr<OstrandHub::HubSender>
+        sender; ///< null before the first message and when closed
 };

@@ -3,7 +3,8 @@
 #include <memory>
 
 /// Recorder of the system's load: samples of the kernel's own figures, kept in
-/// `<log path>/systeminfo.csv`, rotated like the log. Used by the main thread alone.
+/// `<log path>/systeminfo.csv`, a row a sample, rotated like the log. Used by the main thread
+/// alone.
 class SystemInfo {
 public:
     SystemInfo();

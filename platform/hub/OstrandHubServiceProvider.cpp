@@ -1,0 +1,112 @@
+#include "platform/hub/OstrandHubServiceProvider.h"
+
+#include "platform/hub/AtomicFile.h"
+#include "platform/hub/HubClock.h"
+#include "platform/hub/HubFiles.h"
+#include "platform/hub/HubSender.h"
+#include "platform/hub/HubTransport.h"
+#include "platform/hub/Json.h"
+#include "platform/hub/Uuid.h"
+
+#include <chrono>
+#include <cstddef>
+#include <utility>
+
+namespace {
+
+constexpr std::chrono::milliseconds deregistrationLimit{2000};
+
+constexpr std::size_t shortLength = 8; ///< characters of the short identifier
+
+/// The identifier that the file holds, in lower case; empty where it holds no UUID.
+std::string storedIdentifier(const std::string& path) {
+    std::string text;
+    OstrandHub::getFileContents(path.c_str(), text);
+    const std::size_t last = text.find_last_not_of(" \t\r\n");
+    text.erase(last == std::string::npos ? 0 : last + 1);
+    if (!OstrandHub::isUuid(text))
+        return "";
+    for (char& c : text) {
+        if (c >= 'A' && c <= 'F')
+            c = static_cast<char>(c - 'A' + 'a');
+    }
+    return text;
+}
+
+/// The identifier of the service whose cache root this is; the file always holds the full one.
+std::string obtainIdentifier(const std::string& cacheRoot, bool shortId) {
+    const std::string path = cacheRoot + "/.serviceid";
+    std::string identifier = storedIdentifier(path);
+    if (identifier.empty()) {
+        identifier = OstrandHub::randomUuid();
+        // A root that can't be written is found, and told, by whoever makes the folders in it.
+        OstrandHub::writeFileAtomically(path, identifier + "\n");
+    }
+    return shortId ? identifier.substr(0, shortLength) : identifier;
+}
+
+} // namespace
+
+OstrandHubServiceProvider::OstrandHubServiceProvider(const std::string& cacheRoot,
+                                                     const std::string& hubGroup, bool shortId)
+    : OstrandHubServiceProvider(cacheRoot, hubGroup, shortId, OstrandHub::makeNetworkTransport(),
+                                OstrandHub::makeSteadyClock()) {}
+
+OstrandHubServiceProvider::OstrandHubServiceProvider(
+    const std::string& cacheRoot, const std::string& hubGroup, bool shortId,
+    std::shared_ptr<OstrandHub::HubTransport> usedTransport,
+    std::shared_ptr<OstrandHub::HubClock> usedClock)
+    : group(hubGroup), identifier(obtainIdentifier(cacheRoot, shortId)),
+      transport(std::move(usedTransport)), clock(std::move(usedClock)) {}
+
+OstrandHubServiceProvider::~OstrandHubServiceProvider() {
+    close();
+}
+
+const std::string OstrandHubServiceProvider::getUUID() const {
+    return identifier;
+}
+
+void OstrandHubServiceProvider::setRegIPAddress(const std::string& hostAndPort) {
+    regAddress = hostAndPort;
+}
+
+bool OstrandHubServiceProvider::open() {
+    return true;
+}
+
+OstrandHub::HubMessage OstrandHubServiceProvider::message(const std::string& document,
+                                                          bool ssl) const {
+    OstrandHub::HubMessage message;
+    message.document = document;
+    message.multicast = regByMulticast || regAddress.empty();
+    message.hostAndPort = regAddress;
+    message.ssl = ssl;
+    message.group = getAddress();
+    message.port = mcastPort;
+    message.ttl = mcastTtl;
+    return message;
+}
+
+bool OstrandHubServiceProvider::addServiceProvider(const std::string& document, bool ssl) {
+    if (!sender)
+        sender = std::make_unique<OstrandHub::HubSender>(transport, clock);
+    registered = sender->send(message(document, ssl), std::chrono::seconds(refreshInterval));
+    return registered;
+}
+
+bool OstrandHubServiceProvider::removeServiceProvider(bool ssl) {
+    if (!registered)
+        return true;
+    registered = false;
+    const std::string document = R"({"Command":"removeServiceProvider","Group":")" +
+                                 OstrandHub::escapeJson(group) + R"(","ProviderId":")" +
+                                 OstrandHub::escapeJson(identifier) + R"("})";
+    return sender->sendLast(message(document, ssl), deregistrationLimit);
+}
+
+bool OstrandHubServiceProvider::close() {
+    registered = false;
+    sender.reset();
+    return true;
+}
