@@ -14,14 +14,21 @@ function(ostrand_add_tests NAME)
     endforeach()
 endfunction()
 
+option(OSTRAND_ALLOW_UNLISTED_TESTS "Only warn of test sources that belong to no target" OFF)
+
 # Stops the configuration where a test source belongs to no target: a test that nobody runs.
 function(ostrand_check_tests)
+    set(severity FATAL_ERROR)
+    if(OSTRAND_ALLOW_UNLISTED_TESTS)
+        set(severity WARNING)
+    endif()
     get_property(listed GLOBAL PROPERTY OSTRAND_TEST_SOURCES)
     foreach(folder host platform framework providers tests)
         file(GLOB_RECURSE found CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${folder}/*Test.cpp)
         foreach(source IN LISTS found)
             if(NOT source IN_LIST listed)
-                message(FATAL_ERROR "${source} belongs to no test target")
+                message(${severity} "${source} belongs to no test target; while it is being written, "
+                        "configure with -DOSTRAND_ALLOW_UNLISTED_TESTS=ON")
             endif()
         endforeach()
     endforeach()
