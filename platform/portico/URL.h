@@ -10,7 +10,10 @@ public:
     URL() = default;
 
     /// Parses `text`. A text without a scheme takes scheme, host and port from `base`.
-    explicit URL(const std::string& text, const URL& base = URL());
+    URL(const std::string& text, const URL& base);
+
+    /// The same without a base.
+    explicit URL(const std::string& text);
 
     /// The host as it stands in the URL, the brackets of an IPv6 address included, so that it can
     /// be put into another one.

@@ -10,8 +10,8 @@ namespace Portico {
 class WebPageStatic : public WebPage {
 public:
     /// Copies `size` bytes at `data`, zero bytes included.
-    WebPageStatic(const char* data, unsigned long size, const std::string& mimeType,
-                  unsigned long code);
+    WebPageStatic(const char* data, unsigned long size, const std::string& type,
+                  unsigned long status);
 
     using WebPage::create;
     bool create(const ProtocolHTTP::Request& request, ProtocolHTTP::Reply& reply) override;

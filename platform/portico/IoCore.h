@@ -1,0 +1,76 @@
+#pragma once
+
+#include <atomic>
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace Portico {
+
+class StallMonitor;
+
+/// One event loop with the threads that run it: one that is not inside a page, in the normal case,
+/// and those that are. Connections belong to one core for their whole life.
+class IoCore {
+public:
+    using Report = std::function<void(const std::string&)>;
+
+    /// `failureReport` gets a line where a thread can't be started or a handler throws.
+    IoCore(StallMonitor& watcher, Report failureReport);
+    ~IoCore();
+    IoCore(const IoCore&) = delete;
+    IoCore& operator=(const IoCore&) = delete;
+
+    boost::asio::io_context& context() { return io; }
+
+    /// Starts the first thread. Throws std::system_error.
+    void start();
+
+    /// Ends the loop and joins the threads; what is still queued is dropped with the core.
+    void stop();
+
+    /// Around each call of a page, on one of the core's threads.
+    void enterPage();
+    void leavePage();
+
+    bool hasPages() const { return inside.load() > 0; }
+
+    /// The monitor's look: adds a thread where all are inside pages and no page has begun or ended
+    /// since the last look. Returns true where one has.
+    bool look();
+
+private:
+    void run();
+    void runOne();
+    bool isSurplus() const { return running.load() > inside.load() + 1; }
+    bool leaveRunning();
+    void park();
+    void release();
+
+    StallMonitor& monitor;
+    const Report report;
+    boost::asio::io_context io;
+    boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work;
+
+    /// Written by this core's threads all the time: no other core's line in the cache.
+    alignas(64) std::atomic<std::uint32_t> running{0}; ///< threads that are not parked
+    std::atomic<std::uint32_t> inside{0};              ///< threads inside pages
+    std::atomic<std::uint64_t> moves{0};               ///< entries into pages so far
+
+    alignas(64) std::uint64_t lastMoves = 0; ///< the monitor's
+
+    std::mutex mutex; ///< guards what follows
+    std::condition_variable released;
+    std::uint32_t parked = 0;
+    std::uint32_t permits = 0; ///< parked threads that may go
+    bool ended = false;
+    std::vector<std::thread> threads;
+};
+
+} // namespace Portico

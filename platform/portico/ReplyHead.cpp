@@ -1,0 +1,102 @@
+#include "platform/portico/ReplyHead.h"
+
+// The library prints its string views and does not include this itself.
+#include <ostream>
+
+#include <array>
+#include <boost/beast/http/status.hpp>
+#include <cstring>
+#include <ctime>
+#include <strings.h>
+
+namespace Portico {
+
+namespace {
+
+/// Fields that a page can't set.
+bool isReserved(const std::string& name) {
+    static constexpr std::array<const char*, 5> names = {"Content-Length", "Transfer-Encoding",
+                                                         "Connection", "Server", "Date"};
+    for (const char* reserved : names) {
+        if (strcasecmp(name.c_str(), reserved) == 0)
+            return true;
+    }
+    return false;
+}
+
+/// What would end a line, and so begin a header, or a reply, of somebody else's making.
+void appendClean(std::string& out, const std::string& text) {
+    static constexpr char unwanted[] = {'\r', '\n', '\0'};
+    std::size_t at = 0;
+    while (at < text.size()) {
+        std::size_t end = text.find_first_of(unwanted, at, sizeof unwanted);
+        if (end == std::string::npos)
+            end = text.size();
+        out.append(text, at, end - at);
+        at = end + 1;
+    }
+}
+
+/// The field "Date", made once a second by each thread.
+const std::string& dateLine() {
+    thread_local std::time_t madeAt = -1;
+    thread_local std::string line;
+    const std::time_t now = std::time(nullptr);
+    if (now != madeAt) {
+        static constexpr const char* days[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+        static constexpr const char* months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                                 "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+        std::tm utc{};
+        gmtime_r(&now, &utc);
+        // The names are English whatever the locale.
+        std::array<char, 64> numbers{};
+        std::array<char, 64> clock{};
+        (void)std::strftime(numbers.data(), numbers.size(), "%d", &utc);
+        (void)std::strftime(clock.data(), clock.size(), " %Y %H:%M:%S GMT\r\n", &utc);
+        line = std::string("Date: ") + days[utc.tm_wday] + ", " + numbers.data() + " " +
+               months[utc.tm_mon] + clock.data();
+        madeAt = now;
+    }
+    return line;
+}
+
+void appendStatusLine(std::string& out, unsigned code) {
+    out.append("HTTP/1.1 ").append(std::to_string(code)).push_back(' ');
+    const auto status = boost::beast::http::int_to_status(code);
+    if (status != boost::beast::http::status::unknown) {
+        const auto reason = boost::beast::http::obsolete_reason(status);
+        out.append(reason.data(), reason.size());
+    }
+    out.append("\r\n");
+}
+
+} // namespace
+
+std::string ReplyHead::compose(const ProtocolHTTP::Reply& reply) const {
+    const unsigned code = reply.code >= 200 && reply.code <= 999 ? reply.code : 500;
+    std::string out;
+    out.reserve(256);
+    appendStatusLine(out, code);
+    out.append("Server: ");
+    appendClean(out, realm);
+    out.append("\r\n").append(dateLine());
+    for (const auto& [name, value] : reply.header().entries()) {
+        if (isReserved(name))
+            continue;
+        appendClean(out, name);
+        out.append(": ");
+        appendClean(out, value);
+        out.append("\r\n");
+    }
+    // The answer to HEAD says how long the body would be, and a page that made none doesn't know.
+    if (hasBody(code) && !(toHead && reply.body().empty()))
+        out.append("Content-Length: ").append(std::to_string(reply.body().size())).append("\r\n");
+    if (close)
+        out.append("Connection: close\r\n");
+    else if (sayKeepAlive)
+        out.append("Connection: keep-alive\r\n");
+    out.append("\r\n");
+    return out;
+}
+
+} // namespace Portico

@@ -1,0 +1,26 @@
+#pragma once
+
+#include "platform/portico/ProtocolHTTP.h"
+
+#include <string>
+
+namespace Portico {
+
+/// Composes what stands before a reply's body on the wire. Pure, but for the clock.
+class ReplyHead {
+public:
+    const std::string& realm;  ///< value of "Server"
+    bool toHead = false;       ///< the request's method was HEAD
+    bool close = false;        ///< the connection ends behind this reply
+    bool sayKeepAlive = false; ///< it goes on and the client, of HTTP/1.0, has to be told
+
+    /// Status line and header, the empty line included. What the page set goes through without
+    /// carriage returns, line feeds and zero bytes; the fields that tell where the message ends
+    /// are this class's own. A code that is no final status reads as 500.
+    std::string compose(const ProtocolHTTP::Reply& reply) const;
+
+    /// True where a reply with this code, to a request that is not HEAD, has a body.
+    static bool hasBody(unsigned code) { return code >= 200 && code != 204 && code != 304; }
+};
+
+} // namespace Portico

@@ -1,0 +1,49 @@
+#include "platform/portico/TlsConnection.h"
+
+#include <boost/asio/error.hpp>
+#include <utility>
+
+namespace Portico {
+
+TlsConnection::TlsConnection(Socket accepted, boost::asio::ssl::context& context, IoCore& ownCore,
+                             ConnectionList& ownList, ServerState& ownServer)
+    : Connection(ownCore, ownList, ownServer), channel(std::move(accepted), context) {}
+
+TlsConnection::~TlsConnection() {
+    finish();
+}
+
+std::shared_ptr<TlsConnection> TlsConnection::self() {
+    return std::static_pointer_cast<TlsConnection>(shared_from_this());
+}
+
+void TlsConnection::startHandshake() {
+    channel.async_handshake(boost::asio::ssl::stream_base::server,
+                            [self = self()](const Error& failure) { self->onReady(failure); });
+}
+
+void TlsConnection::startRead(char* data, std::size_t size) {
+    channel.async_read_some(
+        boost::asio::buffer(data, size),
+        [self = self()](const Error& failure, std::size_t count) { self->onRead(failure, count); });
+}
+
+std::size_t TlsConnection::trySend(const Pieces&, Error& failure) {
+    failure = boost::asio::error::would_block;
+    return 0;
+}
+
+void TlsConnection::startSend(const Pieces& pieces) {
+    channel.async_write_some(pieces, [self = self()](const Error& failure, std::size_t count) {
+        self->onSent(failure, count);
+    });
+}
+
+void TlsConnection::startClose(char*, std::size_t) {
+    channel.async_shutdown([self = self()](const Error&) {
+        // The client's own farewell, or anything else, is the end.
+        self->onRead(boost::asio::error::eof, 0);
+    });
+}
+
+} // namespace Portico
