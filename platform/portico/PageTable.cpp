@@ -16,6 +16,11 @@ void PageTable::add(const std::string& path, const WebPage& page) {
         exact[path] = std::move(copy);
 }
 
+void PageTable::clear() {
+    exact.clear();
+    patterns.clear();
+}
+
 WebPage* PageTable::find(const std::string& path) const {
     const auto page = exact.find(path);
     if (page != exact.end())

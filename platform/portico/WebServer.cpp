@@ -12,4 +12,6 @@ void WebServer::addPage(const std::string& path, const WebPage& page) {
     pages.add(path, page);
 }
 
+void WebServer::clearPages() { pages.clear(); }
+
 } // namespace Portico

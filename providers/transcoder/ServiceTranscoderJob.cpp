@@ -76,16 +76,16 @@ void ServiceTranscoderJob::getEnvironment(EnvironmentList& env) {
 
 void ServiceTranscoderJob::prepare(const std::string& basePath) {
     ServiceJob<TranscoderJobDesc>::prepare(basePath);
-    const std::string folder = workDir();
+    const std::string path = workDir();
     for (const char* name : {"/binGeo", "/imgGeo", "/popGeo", "/src", "/struct", "/acc"}) {
         boost::system::error_code error;
-        boost::filesystem::create_directory(folder + name, error);
+        boost::filesystem::create_directory(path + name, error);
         if (error)
             return;
     }
     if (desc.cookies.empty())
         return;
-    std::ofstream out(folder + "/.cookie", std::ios::binary | std::ios::trunc);
+    std::ofstream out(path + "/.cookie", std::ios::binary | std::ios::trunc);
     for (const auto& cookie : desc.cookies)
         out << cookie.first << "\n" << cookie.second << "\n";
 }

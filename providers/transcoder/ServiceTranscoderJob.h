@@ -21,7 +21,7 @@ namespace OstrandService {
 ///
 /// `sourceText` is the provider's id. Touched by web threads and by the worker that runs it, or by
 /// two workers where it was queued twice.
-class ServiceTranscoderJob : public ServiceJob<TranscoderJobDesc> {
+class ServiceTranscoderJob final : public ServiceJob<TranscoderJobDesc> {
 public:
     /// Makes a job from a JSON object; null where the description is refused.
     static boost::shared_ptr<ServiceTranscoderJob> create(const picojson::value& v,
