@@ -1,0 +1,70 @@
+#include "framework/JobFolder.h"
+
+#include "tests/support/TemporaryFolder.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+namespace OstrandService {
+namespace {
+
+class JobFolderTest : public ::testing::Test {
+protected:
+    Support::TemporaryFolder folder;
+};
+
+TEST_F(JobFolderTest, MakesTheFolderWithItsDescription) {
+    JobFolder::create(folder.path("7"), "{\"a\":1}");
+    EXPECT_EQ(folder.read("7/.meta"), "{\"a\":1}");
+}
+
+TEST_F(JobFolderTest, MovesIntoAFolderThatIsThere) {
+    folder.write("7/.meta", "a longer text that was there before");
+    folder.write("7/other", "kept");
+    JobFolder::create(folder.path("7"), "new");
+    EXPECT_EQ(folder.read("7/.meta"), "new");
+    EXPECT_EQ(folder.read("7/other"), "kept");
+}
+
+TEST_F(JobFolderTest, MakesOneLevelOnly) {
+    JobFolder::create(folder.path("a/7"), "{}");
+    EXPECT_FALSE(folder.has("a"));
+}
+
+TEST_F(JobFolderTest, WritesNothingWhereAFileIsInTheWay) {
+    folder.write("7", "file");
+    JobFolder::create(folder.path("7"), "{}");
+    EXPECT_EQ(folder.read("7"), "file");
+}
+
+TEST_F(JobFolderTest, ReadsFilesAndNothingElse) {
+    folder.write("file", "text");
+    folder.makeFolder("sub");
+    EXPECT_EQ(JobFolder::readText(folder.path("file")), "text");
+    EXPECT_EQ(JobFolder::readText(folder.path("none")), "");
+    EXPECT_EQ(JobFolder::readText(folder.path("sub")), "");
+}
+
+TEST_F(JobFolderTest, AnswersNoWhereTheDiskRefusesToTell) {
+    folder.write("file", "text");
+    EXPECT_TRUE(JobFolder::exists(folder.path("file")));
+    EXPECT_TRUE(JobFolder::exists(folder.path()));
+    EXPECT_FALSE(JobFolder::isFolder(folder.path("file")));
+    EXPECT_TRUE(JobFolder::isFolder(folder.path()));
+    for (const std::string& path :
+         {folder.path("none"), folder.path("file/below"), folder.path(std::string(5000, 'x'))}) {
+        EXPECT_FALSE(JobFolder::exists(path));
+        EXPECT_FALSE(JobFolder::isFolder(path));
+    }
+    boost::filesystem::create_symlink("loop", folder.path("loop"));
+    EXPECT_FALSE(JobFolder::exists(folder.path("loop")));
+}
+
+TEST_F(JobFolderTest, FollowsLinksToFolders) {
+    folder.makeFolder("real");
+    boost::filesystem::create_symlink("real", folder.path("link"));
+    EXPECT_TRUE(JobFolder::isFolder(folder.path("link")));
+}
+
+} // namespace
+} // namespace OstrandService
