@@ -13,7 +13,7 @@ from waiting import wait_for
 class RecordingHub:
     """Keeps each request as (method, path, headers, body, time) and answers with `code`."""
 
-    def __init__(self, code=200, certificate=None):
+    def __init__(self, code=200, certificate=None, port=0):
         hub = self
         self.received = []
 
@@ -31,7 +31,7 @@ class RecordingHub:
             def log_message(self, *arguments):
                 pass
 
-        self.server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Handler)
+        self.server = http.server.ThreadingHTTPServer(("127.0.0.1", port), Handler)
         self.server.daemon_threads = True
         if certificate:
             context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)

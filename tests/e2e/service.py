@@ -36,12 +36,14 @@ class Service:
 
     `link` is the file name in the build folder by which the program is started; `config` the
     content of its configuration file (a value for JSON, bytes as they are, None for no file);
-    `provider_id` None leaves the identifier to the service.
+    `provider_id` None leaves the identifier to the service. `prefix` is a command that replaces
+    itself by the program.
     """
 
     def __init__(self, folder, options=(), link="TranscoderService", config=EVERY_TOOL,
                  provider_id="abc", listen_threads=8, port=None, host="127.0.0.1", hub=None,
-                 environment=None, cache_path=None):
+                 environment=None, cache_path=None,
+                 prefix=()):
         self.folder = pathlib.Path(folder)
         self.link = link
         self.port = port or free_port()
@@ -56,6 +58,7 @@ class Service:
         self.options = [str(option) for option in options]
         self.listen_threads = listen_threads
         self.extra_environment = dict(environment or {})
+        self.prefix = list(prefix)
         self.process = None
         self.session = None
         self.starts = 0
@@ -103,7 +106,8 @@ class Service:
         self.starts += 1
         with open(self.stdout_path(), "wb") as out, open(self.stderr_path(), "wb") as err:
             self.process = subprocess.Popen(
-                [str(BUILD / self.link)] + self.arguments(), stdin=subprocess.DEVNULL,
+                self.prefix + [str(BUILD / self.link)] + self.arguments(),
+                stdin=subprocess.DEVNULL,
                 stdout=out, stderr=err, cwd=self.run_folder, env=self.environment())
         self.session = requests.Session()
         self.session.trust_env = False

@@ -24,5 +24,5 @@ def stays(condition, what, seconds):
     """Checks for some time that nothing changes, where the absence of an event is the claim."""
     end = time.monotonic() + seconds
     while time.monotonic() < end:
-        assert condition(), what
+        assert condition(), what() if callable(what) else what
         time.sleep(0.02)
