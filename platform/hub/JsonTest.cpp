@@ -1,0 +1,85 @@
+#include "platform/hub/Json.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+bool parses(const std::string& text) {
+    picojson::value value;
+    return OstrandHub::parseJson(text, value);
+}
+
+std::string nested(std::size_t depth) {
+    return std::string(depth, '[') + std::string(depth, ']');
+}
+
+TEST(Json, ReadsValueWithWhiteSpaceAround) {
+    picojson::value value;
+    ASSERT_TRUE(OstrandHub::parseJson(" \t\r\n{\"a\":[1,\"x\"]} \t\r\n", value));
+    EXPECT_EQ(value.serialize(), "{\"a\":[1,\"x\"]}");
+}
+
+TEST(Json, ReadsScalars) {
+    EXPECT_TRUE(parses("1"));
+    EXPECT_TRUE(parses("null"));
+    EXPECT_TRUE(parses("\"x\""));
+}
+
+TEST(Json, RefusesWhatStandsBehindTheValue) {
+    EXPECT_FALSE(parses("{} garbage"));
+    EXPECT_FALSE(parses("{}{}"));
+    EXPECT_FALSE(parses("{}\v"));
+    EXPECT_FALSE(parses(std::string("{}\0", 3)));
+}
+
+TEST(Json, RefusesWhatIsNoJson) {
+    EXPECT_FALSE(parses(""));
+    EXPECT_FALSE(parses(" \n"));
+    EXPECT_FALSE(parses("{"));
+    EXPECT_FALSE(parses("{\"a\":}"));
+    EXPECT_FALSE(parses("'a'"));
+    EXPECT_FALSE(parses(std::string("\0", 1)));
+}
+
+TEST(Json, NumberOutOfRangeIsNoJsonAndThrowsNothing) {
+    EXPECT_FALSE(parses("1e999"));
+    EXPECT_FALSE(parses("{\"a\":[-1e999]}"));
+    EXPECT_TRUE(parses("1e300"));
+}
+
+TEST(Json, NumbersAreDoubles) {
+    picojson::value value;
+    ASSERT_TRUE(OstrandHub::parseJson("7", value));
+    EXPECT_TRUE(value.is<double>());
+}
+
+TEST(Json, DepthIsLimited) {
+    EXPECT_TRUE(parses(nested(100)));
+    EXPECT_FALSE(parses(nested(101)));
+    EXPECT_FALSE(parses(std::string(1000000, '[')));
+}
+
+TEST(Json, LeavesTheOutputAloneOnFailure) {
+    picojson::value value("before");
+    EXPECT_FALSE(OstrandHub::parseJson("[1,2", value));
+    EXPECT_FALSE(OstrandHub::parseJson("[1] x", value));
+    EXPECT_FALSE(OstrandHub::parseJson("[1e999]", value));
+    EXPECT_EQ(value.serialize(), "\"before\"");
+}
+
+TEST(Json, EscapesQuotesBackslashesAndControlCharacters) {
+    EXPECT_EQ(OstrandHub::escapeJson("a\"b\\c"), "a\\\"b\\\\c");
+    EXPECT_EQ(OstrandHub::escapeJson(std::string("\n\x1f\0", 3)), "\\u000a\\u001f\\u0000");
+    EXPECT_EQ(OstrandHub::escapeJson("plain / \xc3\xa4"), "plain / \xc3\xa4");
+}
+
+TEST(Json, EscapedTextReadsBackAsItWas) {
+    std::string all;
+    for (char c = 0; c < 0x7f; ++c)
+        all += c;
+    picojson::value value;
+    ASSERT_TRUE(OstrandHub::parseJson("\"" + OstrandHub::escapeJson(all) + "\"", value));
+    EXPECT_EQ(value.get<std::string>(), all);
+}
+
+} // namespace
