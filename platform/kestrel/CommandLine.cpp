@@ -2,12 +2,15 @@
 
 #include <climits>
 #include <cstdlib>
+#include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace Kestrel {
 
 namespace {
+
+constexpr std::string_view windowsEnding = ".exe";
 
 /// Splits one text, a character at a time.
 class Splitter {
@@ -103,13 +106,20 @@ bool isProgram(const std::string& path) {
 }
 
 /// `path` seen from the calling process's folder, so that it holds in another one.
+/// Empty where that folder has no name any more.
 std::string absolute(const std::string& path) {
-    if (!path.empty() && path.front() == '/')
+    if (path.front() == '/')
         return path;
     char folder[PATH_MAX];
-    if (!::getcwd(folder, sizeof folder))
-        return path;
+    // A folder outside the process's root has a name without a slash in front.
+    if (!::getcwd(folder, sizeof folder) || folder[0] != '/')
+        return "";
     return std::string(folder) + "/" + path;
+}
+
+bool endsIn(const std::string& text, std::string_view ending) {
+    return text.size() > ending.size() &&
+           text.compare(text.size() - ending.size(), ending.size(), ending) == 0;
 }
 
 std::string searchPath(const std::string& program) {
@@ -143,19 +153,19 @@ std::string CommandLine::program(const std::string& text) {
 }
 
 std::string CommandLine::locate(const std::string& program, const std::string& workDir) {
-    if (program.empty())
+    if (program.empty() || program.find('\0') != std::string::npos)
         return "";
-    if (program.find('/') != std::string::npos) {
-        if (program.front() == '/')
-            return program;
-        return absolute(exists(program) ? program : workDir + "/" + program);
+    if (program.find('/') == std::string::npos) {
+        const std::string found = searchPath(program);
+        return found.empty() && endsIn(program, windowsEnding)
+                   ? searchPath(program.substr(0, program.size() - windowsEnding.size()))
+                   : found;
     }
-    const std::string found = searchPath(program);
-    const std::string ending = ".exe";
-    if (!found.empty() || program.size() <= ending.size() ||
-        program.compare(program.size() - ending.size(), ending.size(), ending) != 0)
-        return found;
-    return searchPath(program.substr(0, program.size() - ending.size()));
+    if (exists(program))
+        return absolute(program);
+    const std::string inWorkDir = workDir + "/" + program;
+    return program.front() != '/' && !workDir.empty() && exists(inWorkDir) ? absolute(inWorkDir)
+                                                                           : "";
 }
 
 } // namespace Kestrel

@@ -11,7 +11,8 @@ namespace Kestrel {
 /// Words are split as a POSIX shell does, with no expansion of any kind: blanks, tabs and line
 /// ends separate; single quotes keep everything up to the next one; double quotes keep everything
 /// but a backslash before `"` or `\`; outside quotes a backslash keeps the next character; a quoted
-/// empty word is a word.
+/// empty word is a word. A carriage return counts as a line end, so that texts from elsewhere split
+/// alike.
 class CommandLine {
 public:
     /// The words of `text`; nothing where a quote is not closed or a backslash stands at the end.
@@ -23,8 +24,9 @@ public:
 
     /// The absolute path of the file to execute for the first word `program` of a command line;
     /// empty where there is none. With a slash in it, a relative path is taken from the calling
-    /// process's folder if it exists there, else from `workDir`. Without one it is looked up on the
-    /// PATH and, where it ends in ".exe" and is not found, once more without that ending.
+    /// process's folder if it exists there, else from `workDir`; whether the file can be executed
+    /// shows at its start. Without one the PATH is searched for a file that may be executed and,
+    /// where `program` ends in ".exe" and is not found, searched once more without that ending.
     static std::string locate(const std::string& program, const std::string& workDir);
 };
 

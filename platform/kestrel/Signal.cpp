@@ -1,5 +1,6 @@
 #include "platform/kestrel/Signal.h"
 
+#include <condition_variable>
 #include <csignal>
 #include <mutex>
 #include <thread>
@@ -10,27 +11,52 @@ namespace {
 
 constexpr SignalType termination = 0;
 
-/// Never destroyed: the signal thread outlives main.
-struct State {
-    std::mutex mutex; ///< guards what follows; held during a handler's call
-    bool taken = false;
-    bool pending = false;
+/// The handler and what waits for it. Never destroyed: the signal thread outlives main.
+class Delivery {
+public:
+    static Delivery& the() {
+        static Delivery* const instance = new Delivery;
+        return *instance;
+    }
+
+    void signal() {
+        std::unique_lock<std::mutex> lock(mutex);
+        pending = true;
+        deliver(lock);
+    }
+
+    void setHandler(Signal::SignalHandler* newHandler) {
+        std::unique_lock<std::mutex> lock(mutex);
+        handler = newHandler;
+        // The call under way may be one of the handler before. A handler that takes itself away
+        // can't wait for its own end.
+        callEnded.wait(lock, [this] { return !calling || caller == std::this_thread::get_id(); });
+        deliver(lock);
+    }
+
+private:
+    /// Calls the handler with no lock held; two calls never overlap.
+    void deliver(std::unique_lock<std::mutex>& lock) {
+        while (pending && handler && !calling) {
+            pending = false;
+            calling = true;
+            caller = std::this_thread::get_id();
+            Signal::SignalHandler* const target = handler;
+            lock.unlock();
+            target->handleSignal();
+            lock.lock();
+            calling = false;
+            callEnded.notify_all();
+        }
+    }
+
+    std::mutex mutex; ///< guards what follows
+    std::condition_variable callEnded;
     Signal::SignalHandler* handler = nullptr;
+    bool pending = false; ///< a signal has not been delivered yet
+    bool calling = false; ///< a thread is inside the handler
+    std::thread::id caller;
 };
-
-State& state() {
-    static State* const instance = new State;
-    return *instance;
-}
-
-void deliver() {
-    State& shared = state();
-    const std::lock_guard<std::mutex> lock(shared.mutex);
-    if (shared.handler)
-        shared.handler->handleSignal();
-    else
-        shared.pending = true;
-}
 
 sigset_t terminationSignals() {
     sigset_t signals;
@@ -40,48 +66,40 @@ sigset_t terminationSignals() {
     return signals;
 }
 
+void readSignals() {
+    const sigset_t signals = terminationSignals();
+    for (;;) {
+        int number = 0;
+        if (sigwait(&signals, &number) == 0)
+            Delivery::the().signal();
+    }
+}
+
 } // namespace
 
 Signal Signal::the;
 
 void Signal::takeOver() {
-    State& shared = state();
-    {
-        const std::lock_guard<std::mutex> lock(shared.mutex);
-        if (shared.taken)
-            return;
-        shared.taken = true;
-    }
-    std::signal(SIGPIPE, SIG_IGN);
-    const sigset_t signals = terminationSignals();
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    std::thread([signals] {
-        for (;;) {
-            int number = 0;
-            if (sigwait(&signals, &number) == 0)
-                deliver();
-        }
-    }).detach();
+    static std::once_flag taken;
+    std::call_once(taken, [] {
+        const sigset_t signals = terminationSignals();
+        pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+        std::signal(SIGPIPE, SIG_IGN);
+        // A starter may have handed down that it is ignored: then the system itself would reap
+        // ended tools, and their exit codes would be lost.
+        std::signal(SIGCHLD, SIG_DFL);
+        std::thread(readSignals).detach();
+    });
 }
 
 void Signal::addSignalHandler(SignalType type, SignalHandler& handler) {
-    if (type != termination)
-        return;
-    State& shared = state();
-    const std::lock_guard<std::mutex> lock(shared.mutex);
-    shared.handler = &handler;
-    if (shared.pending) {
-        shared.pending = false;
-        handler.handleSignal();
-    }
+    if (type == termination)
+        Delivery::the().setHandler(&handler);
 }
 
 void Signal::removeSignalHandler(SignalType type) {
-    if (type != termination)
-        return;
-    State& shared = state();
-    const std::lock_guard<std::mutex> lock(shared.mutex);
-    shared.handler = nullptr;
+    if (type == termination)
+        Delivery::the().setHandler(nullptr);
 }
 
 } // namespace Kestrel

@@ -10,7 +10,11 @@ using SignalType = int;
 /// takeOver() blocks both for the whole process and reads them on a thread of its own, so a
 /// handler runs as ordinary code, on that thread. A signal that finds no handler is remembered and
 /// handed over at the next registration: one that comes before the main thread waits is not lost,
-/// and none ever ends the process by the system's default.
+/// and none ever ends the process by the system's default. Signals that come before one has been
+/// handed over count as one.
+///
+/// Any thread may add and remove a handler. Handlers are called one at a time with no lock held, so
+/// a handler may remove itself.
 class Signal {
 public:
     /// What is to be done when the signal comes.
@@ -18,23 +22,25 @@ public:
     public:
         virtual ~SignalHandler() = default;
 
-        /// Called once for each signal, on the signal thread. Must not block.
+        /// Called once for each signal, on the signal thread or, for one that came earlier, in
+        /// addSignalHandler(). Must not block and must not throw.
         virtual void handleSignal() = 0;
     };
 
     /// The one instance; usable at any time, static initialisation included.
     static Signal the;
 
-    /// Takes the signals from here on, and ignores SIGPIPE. Called first thing in main, before any
-    /// thread starts, since threads inherit the mask. A second call does nothing.
+    /// Takes the signals from here on, ignores SIGPIPE and sets SIGCHLD back to its default. Called
+    /// first thing in main, before any thread starts, since threads inherit the mask. A second call
+    /// does nothing. Throws std::system_error where the system gives no thread.
     void takeOver();
 
-    /// Sets the handler of `type`, which stays the caller's. A signal that came before is
-    /// delivered at once, on the calling thread.
+    /// Sets the handler of `type`, which stays the caller's, in place of an earlier one. A signal
+    /// that came before is delivered at once, on the calling thread. Types but 0 never come.
     void addSignalHandler(SignalType type, SignalHandler& handler);
 
-    /// Takes the handler away; after the return it is not called any more. Does nothing where
-    /// there is none.
+    /// Takes the handler away; after the return it is not called any more and may be destroyed.
+    /// Does nothing where there is none. Later signals wait for the next handler.
     void removeSignalHandler(SignalType type);
 };
 

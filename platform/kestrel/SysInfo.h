@@ -14,7 +14,11 @@ public:
     /// The machine's own name as the kernel has it; no name server is asked.
     const std::string& hostName() const { return host; }
 
-    std::string osName;      ///< name and version of the system: PRETTY_NAME of /etc/os-release
+    /// The name and version of the system in the text of an os-release file, without the quotes;
+    /// empty where it tells none.
+    static std::string prettyName(const std::string& osRelease);
+
+    std::string osName;      ///< name and version of the system: PRETTY_NAME of os-release
     std::string machineType; ///< hardware name of the kernel, as in `uname -m`
     std::uint32_t numCpus;   ///< processors that this process may run on, at least 1
 

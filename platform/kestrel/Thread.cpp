@@ -10,13 +10,13 @@ Thread::~Thread() = default;
 void Thread::start() {
     if (native.joinable())
         return;
+    result = 0;
     native = std::thread([this] { result = run(); });
 }
 
 int Thread::join() {
-    if (!native.joinable())
-        return 0;
-    native.join();
+    if (native.joinable())
+        native.join();
     return result;
 }
 

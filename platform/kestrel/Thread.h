@@ -8,7 +8,8 @@ namespace Kestrel {
 /// Base of a class that is a thread: the subclass says what runs in run().
 ///
 /// start() and join() are called by the owner, from one thread at a time. The owner joins before
-/// it destroys the object: when the base destructor runs, the subclass's part is gone already.
+/// it destroys the object: when the base destructor runs, the subclass's part is gone already, so
+/// the base can't wait for it, and a thread that was not joined ends the process there.
 class Thread {
 public:
     Thread(const Thread&) = delete;
@@ -20,7 +21,8 @@ public:
     /// constructor: run() is the subclass's.
     void start();
 
-    /// Waits for the end of run() and returns its result; 0 where nothing was started.
+    /// Waits for the end of run() and returns its result, again at a second call; 0 where nothing
+    /// was started.
     int join();
 
     /// Pauses the calling thread for at least this many milliseconds; a signal does not cut it

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <csignal>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -26,14 +27,20 @@ struct ToolStart {
 /// started with, and no other open file of the service. A console file that can't be opened does
 /// not keep the tool from starting: its output then goes to the null device.
 ///
+/// The file limit is set from outside just after the start. A tool that starts a program of its
+/// own within its first microseconds may pass the service's raised limit on to that one.
+///
 /// One thread owns the object, waits and reaps; terminate() may be called by any thread meanwhile.
 /// The order of the owner is: waitForEnd(), whatever must be seen while the tool still counts as
 /// running, reap(). Until reap() the ended process is kept by the system, so that neither its
 /// process id nor its group can be given to another one, and a late terminate() hits nobody else.
+/// For that the disposition of SIGCHLD must be the default one, which Signal::takeOver() sees to,
+/// and nobody else in the process may wait for children that are not its own.
 class ToolProcess {
 public:
     /// Starts the tool. Null where it can't be started: no word in the command line, no such
-    /// program, not executable, working folder missing, out of processes or memory. Throws nothing.
+    /// program, not executable, a script without an interpreter line, working folder missing, a
+    /// zero byte in the command line, out of processes or memory. Throws nothing.
     static std::unique_ptr<ToolProcess> start(const ToolStart& what);
 
     ToolProcess(const ToolProcess&) = delete;
@@ -44,28 +51,38 @@ public:
 
     /// Waits without a time limit for the tool's end and returns its exit code; 128 plus the
     /// signal's number for a tool that died by a signal, but 0 if that was the SIGKILL of
-    /// terminate(); nothing where the code can't be read. Does not reap.
+    /// terminate(); nothing where the code can't be read, as after reap(). Does not reap.
     std::optional<int> waitForEnd();
 
-    /// Releases the ended process. What a stopped tool left behind in its group is killed first.
+    /// Releases the ended process, after a wait for its end where nobody has waited. What a
+    /// stopped tool left behind in its group is killed first. A second call does nothing.
     void reap();
 
-    /// Kills the tool's whole process group. Does nothing once the tool has been reaped.
+    /// Kills the tool's whole process group. Does nothing once the tool has been reaped; the exit
+    /// code of a tool that had ended before stands.
     void terminate();
 
-    /// Remembers the file limits that the service was started with, for the tools. Called by main
-    /// before the soft limit is raised to the hard one, which it does too.
+    /// Raises this process's soft file limit to the hard one. Tools still get the former one.
+    /// Called once, by main, before the first tool.
     static void raiseFileLimit();
 
 private:
-    explicit ToolProcess(pid_t pid);
+    ToolProcess() = default;
 
-    const pid_t pid; ///< process id and id of the process group
-    int pidFd = -1;  ///< descriptor that the waiter polls; -1 where the kernel gave none
+    /// Takes over a child that has just been started.
+    void adopt(pid_t child);
 
-    std::mutex mutex;     ///< guards what follows
-    bool stopped = false; ///< terminate() was called before the end was seen
-    bool reaped = false;
+    /// True if the tool has ended, with its end in `end`; waits for it unless `flags` say not to.
+    bool hasEnded(siginfo_t& end, int flags) const;
+
+    // Set at the start; the descriptor is closed by reap(), under the mutex.
+    pid_t pid = -1; ///< process id and id of the process group
+    int pidFd = -1; ///< what the waiter waits for; -1 where the system gave none
+
+    std::mutex mutex;          ///< guards what follows; the owner alone sets `reaped`
+    bool stopped = false;      ///< terminate() was called before the tool was reaped
+    bool stoppedAlive = false; ///< and the tool was still running then
+    bool reaped = true;        ///< there is nothing to wait for; false from the start on
 };
 
 } // namespace Kestrel
