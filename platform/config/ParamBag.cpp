@@ -6,7 +6,9 @@ namespace Config {
 
 namespace {
 
-char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+char lower(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
 
 } // namespace
 
@@ -35,7 +37,9 @@ ParamBag::Entry* ParamBag::find(const char* key) {
     return const_cast<Entry*>(static_cast<const ParamBag*>(this)->find(key));
 }
 
-bool ParamBag::hasParam(const char* key) const { return find(key) != nullptr; }
+bool ParamBag::hasParam(const char* key) const {
+    return find(key) != nullptr;
+}
 
 const char* ParamBag::getParam(const char* key, const char* fallback) const {
     const Entry* entry = find(key);

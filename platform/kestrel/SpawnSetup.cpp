@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstring>
 #include <fcntl.h>
 #include <spawn.h>
 #include <unistd.h>
@@ -45,7 +46,9 @@ public:
         sigset_t signals;
         sigemptyset(&signals);
         posix_spawnattr_setsigmask(&native, &signals);
-        sigfillset(&signals);
+        // sigfillset() leaves out the two that the C library keeps for itself, which would then
+        // reach the tool as ignored ones.
+        std::memset(&signals, 0xff, sizeof signals);
         posix_spawnattr_setsigdefault(&native, &signals);
         posix_spawnattr_setpgroup(&native, 0);
         posix_spawnattr_setflags(&native,
