@@ -54,7 +54,10 @@ ThreadedWebServer::Engine::Engine(const PageTable& pages, const Settings& settin
     listener = std::make_unique<Listener>(cores.front()->io.context(), port);
 }
 
-ThreadedWebServer::Engine::~Engine() = default;
+ThreadedWebServer::Engine::~Engine() {
+    // After a start that failed half-way it may still look at the cores.
+    monitor.stop();
+}
 
 void ThreadedWebServer::Engine::start() {
     std::vector<IoCore*> watched;
