@@ -23,7 +23,7 @@ public:
 
     std::function<void()> action;
     std::atomic<int> calls{0};
-    std::thread::id caller; ///< valid once `calls` has been seen to rise
+    std::atomic<std::thread::id> caller{}; ///< of the last call
 };
 
 /// Use before main, in an order that nobody knows.

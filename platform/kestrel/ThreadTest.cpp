@@ -84,13 +84,17 @@ TEST(ThreadTest, SignalsDoNotCutTheSleepShort) {
         slept = std::chrono::steady_clock::now() - begin;
         awake = true;
     });
+    int sent = 0;
     while (!awake) {
         ::pthread_kill(sleeper.native_handle(), SIGUSR1);
+        ++sent;
         Thread::sleep(1);
     }
     sleeper.join();
     ::sigaction(SIGUSR1, &former, nullptr);
-    EXPECT_GT(interruptions, 1);
+    // Signals that meet one another on the way may arrive as one.
+    EXPECT_GT(sent, 1);
+    EXPECT_GE(interruptions, 1);
     EXPECT_GE(slept, std::chrono::milliseconds(100));
 }
 
