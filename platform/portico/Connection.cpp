@@ -158,7 +158,8 @@ void Connection::takePlace() {
 void Connection::serve() {
     if (phase.load() == Phase::Waiting && server.stopping.load()) {
         server.gate.leave();
-        refuse({503, "server stops"});
+        exchange->reply.setCode(503);
+        answer(true);
         return;
     }
     enter(Phase::Page, noLimit);

@@ -71,9 +71,9 @@ void ThreadedWebServer::Engine::start() {
 }
 
 void ThreadedWebServer::Engine::stop() {
+    state.stopping.store(true);
     // The port is free for a successor before the last replies have left.
     listener->close();
-    state.stopping.store(true);
     for (const auto& core : cores)
         core->connections.closeResting();
     for (const auto& core : cores)

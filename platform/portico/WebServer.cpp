@@ -12,6 +12,8 @@ void WebServer::addPage(const std::string& path, const WebPage& page) {
     pages.add(path, page);
 }
 
-void WebServer::clearPages() { pages.clear(); }
+void WebServer::clearPages() {
+    pages.clear();
+}
 
 } // namespace Portico

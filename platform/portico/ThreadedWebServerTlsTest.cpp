@@ -1,0 +1,170 @@
+#include "platform/portico/support/Certificate.h"
+#include "platform/portico/support/RawClient.h"
+#include "platform/portico/support/TestServer.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <gtest/gtest.h>
+#include <memory>
+#include <openssl/ssl.h>
+#include <string>
+
+namespace Portico {
+namespace {
+
+using Support::RawClient;
+using Support::RawReply;
+using Support::TestServer;
+
+/// A client over TLS that trusts the server's certificate file alone.
+class TlsClient : public RawClient {
+public:
+    TlsClient(unsigned short port, const std::string& certFile, int newest = TLS1_3_VERSION)
+        : RawClient(port), context(SSL_CTX_new(TLS_client_method()), &SSL_CTX_free),
+          session(nullptr, &SSL_free) {
+        SSL_CTX_load_verify_locations(context.get(), certFile.c_str(), nullptr);
+        SSL_CTX_set_verify(context.get(), SSL_VERIFY_PEER, nullptr);
+        SSL_CTX_set_min_proto_version(context.get(), TLS1_VERSION);
+        SSL_CTX_set_max_proto_version(context.get(), newest);
+        SSL_CTX_set_security_level(context.get(), 0);
+        SSL_CTX_set_options(context.get(), SSL_OP_IGNORE_UNEXPECTED_EOF);
+        session.reset(SSL_new(context.get()));
+        SSL_set_fd(session.get(), handle());
+        connected = SSL_connect(session.get()) == 1;
+    }
+
+    bool send(const std::string& text) override {
+        return text.empty() ||
+               SSL_write(session.get(), text.data(), static_cast<int>(text.size())) > 0;
+    }
+
+    bool connected = false;
+
+protected:
+    long receive(char* data, std::size_t size) override {
+        return SSL_read(session.get(), data, static_cast<int>(size));
+    }
+
+private:
+    std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> context;
+    std::unique_ptr<SSL, decltype(&SSL_free)> session;
+};
+
+struct ThreadedWebServerTls : testing::Test {
+    ThreadedWebServerTls() { EXPECT_TRUE(Support::writeCertificate(certFile, keyFile)); }
+
+    /// What start() says of these files; "(started)" if it does not mind.
+    std::string refusal(const std::string& cert, const std::string& key) {
+        TestServer other;
+        try {
+            other.start(cert, key);
+        } catch (const ListenError& failure) {
+            return failure.what();
+        }
+        return "(started)";
+    }
+
+    ::Support::TemporaryFolder folder;
+    const std::string certFile = folder.path("cert.pem");
+    const std::string keyFile = folder.path("key.pem");
+    TestServer test;
+};
+
+TEST_F(ThreadedWebServerTls, servesRequests) {
+    std::string large(2000000, 'x');
+    test.page("/large", [&large](const auto&, auto& reply) {
+        reply.body() = large;
+        return true;
+    });
+    TlsClient client(test.start(certFile, keyFile), certFile);
+    ASSERT_TRUE(client.connected);
+    EXPECT_EQ(client.get("/hello").body, "hello");
+    EXPECT_TRUE(client.get("/large").body == large);
+    client.send("POST /echo HTTP/1.1\r\nHost: h\r\nContent-Length: 100000\r\n\r\n");
+    client.send(std::string(100000, 'y'));
+    EXPECT_EQ(client.reply().body.size(), 100000u);
+    client.send("GET /hello HTTP/1.1\r\nHost: h\r\n\r\nGET /echo HTTP/1.1\r\nHost: h\r\n"
+                "Connection: close\r\n\r\n");
+    EXPECT_EQ(client.reply().body, "hello");
+    EXPECT_EQ(client.reply().code, 200);
+    EXPECT_TRUE(client.isClosed());
+}
+
+TEST_F(ThreadedWebServerTls, refusesMalformedRequests) {
+    TlsClient client(test.start(certFile, keyFile), certFile);
+    client.send("nonsense\r\n\r\n");
+    EXPECT_EQ(client.reply().code, 400);
+    EXPECT_TRUE(client.isClosed());
+}
+
+TEST_F(ThreadedWebServerTls, takesNothingOlderThan12) {
+    const unsigned short port = test.start(certFile, keyFile);
+    EXPECT_FALSE(TlsClient(port, certFile, TLS1_1_VERSION).connected);
+    TlsClient client(port, certFile, TLS1_2_VERSION);
+    EXPECT_TRUE(client.connected);
+    EXPECT_EQ(client.get("/hello").body, "hello");
+}
+
+TEST_F(ThreadedWebServerTls, closesPlainConnectionsOnly) {
+    const unsigned short port = test.start(certFile, keyFile);
+    TlsClient client(port, certFile);
+    RawClient stranger(port);
+    stranger.send("GET /hello HTTP/1.1\r\nHost: h\r\n\r\n");
+    EXPECT_EQ(stranger.rest().find("HTTP/1.1 200"), std::string::npos);
+    EXPECT_EQ(client.get("/hello").body, "hello");
+}
+
+TEST_F(ThreadedWebServerTls, losesPatience) {
+    test.server.threadParams.clientSeconds = 1;
+    test.server.threadParams.idleSeconds = 1;
+    const unsigned short port = test.start(certFile, keyFile);
+    RawClient silent(port);
+    EXPECT_TRUE(silent.isClosed());
+    TlsClient rested(port, certFile);
+    EXPECT_EQ(rested.get("/hello").code, 200);
+    EXPECT_TRUE(rested.isClosed());
+    TlsClient slow(port, certFile);
+    slow.send("GET /hel");
+    const RawReply reply = slow.reply();
+    EXPECT_TRUE(reply.code == 408 || reply.head.empty());
+}
+
+TEST_F(ThreadedWebServerTls, stopsWithClientsConnected) {
+    const unsigned short port = test.start(certFile, keyFile);
+    TlsClient rested(port, certFile);
+    EXPECT_EQ(rested.get("/hello").code, 200);
+    RawClient silent(port);
+    TlsClient head(port, certFile);
+    head.send("GET /");
+    test.server.stop();
+    EXPECT_EQ(rested.rest(), "");
+    EXPECT_EQ(silent.rest(), "");
+    EXPECT_EQ(head.rest(), "");
+}
+
+TEST_F(ThreadedWebServerTls, doesNotStartWithUnusableFiles) {
+    const std::string rubbish = folder.write("rubbish.pem", "rubbish");
+    const std::string absent = folder.path("absent.pem");
+    EXPECT_EQ(refusal(certFile, keyFile), "(started)");
+    EXPECT_EQ(refusal(absent, keyFile).find("cannot use certificate " + absent + ": "), 0u);
+    EXPECT_EQ(refusal(rubbish, keyFile).find("cannot use certificate " + rubbish + ": "), 0u);
+    EXPECT_EQ(refusal(certFile, absent).find("cannot use key " + absent + ": "), 0u);
+    EXPECT_EQ(refusal(certFile, rubbish).find("cannot use key " + rubbish + ": "), 0u);
+    EXPECT_EQ(refusal(certFile, "").find("cannot use key "), 0u);
+    EXPECT_EQ(refusal("", keyFile).find("cannot use certificate "), 0u);
+}
+
+TEST_F(ThreadedWebServerTls, asksNobodyForAPassPhrase) {
+    const std::string locked = folder.path("locked.pem");
+    const std::string other = folder.path("other.pem");
+    ASSERT_TRUE(Support::writeCertificate(other, locked, "phrase"));
+    EXPECT_EQ(refusal(other, locked).find("cannot use key " + locked + ": "), 0u);
+}
+
+TEST_F(ThreadedWebServerTls, noticesAKeyOfAnotherCertificate) {
+    const std::string other = folder.path("other.pem");
+    ASSERT_TRUE(Support::writeCertificate(other, folder.path("other-key.pem")));
+    EXPECT_EQ(refusal(other, keyFile).find("cannot use key " + keyFile + ": "), 0u);
+}
+
+} // namespace
+} // namespace Portico
