@@ -2,11 +2,12 @@
 
 import os
 import pathlib
+import subprocess
 import tempfile
 
 import pytest
 
-from service import BUILD, Service, remove_tree
+from service import BUILD, Service
 
 
 def pytest_configure(config):
@@ -18,10 +19,67 @@ def pytest_report_header(config):
     return "program: %s" % (BUILD / "OstrandService")
 
 
+class Ending:
+    """The services whose tests are over. An orderly end takes the service about half a second, in
+    which the next test already runs; what is wrong with an end is reported by a later test, under
+    the name of the one that it belongs to."""
+
+    MOST = 8
+
+    def __init__(self):
+        self.waiting = []
+        self.folders = []
+        self.removals = []
+
+    def take(self, name, services):
+        for service in services:
+            service.begin_end()
+            self.waiting.append((name, service))
+
+    def remove(self, folder):
+        """Removes the folder as soon as no service runs in it."""
+        self.folders.append(folder)
+
+    def collect(self, most=MOST):
+        """Checks the services that have ended, and waits for some until only `most` are left."""
+        faults, left = [], []
+        surplus = len(self.waiting) - most
+        for name, service in self.waiting:
+            if surplus <= 0 and service.process is not None and not service.has_ended():
+                left.append((name, service))
+                continue
+            surplus -= 1
+            try:
+                service.finish_end()
+            except Exception as fault:  # One bad end must not leave the next service running.
+                faults.append("%s: %s" % (name, fault))
+        self.waiting = left
+        busy = [service.folder for _, service in left]
+        for folder in [folder for folder in self.folders
+                       if not any(folder in path.parents for path in busy)]:
+            self.folders.remove(folder)
+            self.removals.append(subprocess.Popen(["rm", "-rf", "--one-file-system", str(folder)]))
+        assert not faults, "\n".join(faults)
+
+    def finish(self):
+        try:
+            self.collect(most=0)
+        finally:
+            for removal in self.removals:
+                removal.wait()
+
+
 @pytest.fixture(scope="session")
 def all_folders():
     with tempfile.TemporaryDirectory(prefix="ostrand-e2e.") as path:
         yield pathlib.Path(path)
+
+
+@pytest.fixture(scope="session")
+def ending(all_folders):
+    made = Ending()
+    yield made
+    made.finish()
 
 
 def _make_folder(all_folders, name):
@@ -30,15 +88,15 @@ def _make_folder(all_folders, name):
 
 
 @pytest.fixture
-def folder(all_folders, request):
+def folder(all_folders, ending, request):
     """A folder of the test's own, which is gone behind it."""
     path = _make_folder(all_folders, request.node.name)
     yield path
-    remove_tree(path)
+    ending.remove(path)
 
 
 class Services:
-    """Makes services, each in a folder of its own, and ends them all."""
+    """Makes services, each in a folder of its own."""
 
     def __init__(self, folder):
         self.folder = folder
@@ -52,21 +110,13 @@ class Services:
     def start(self, *options, **settings):
         return self.make(options=options, **settings).start()
 
-    def end(self):
-        faults = []
-        for service in self.made:
-            try:
-                service.end_for_good()
-            except Exception as fault:  # One bad end must not leave the next service running.
-                faults.append(str(fault))
-        assert not faults, "\n".join(faults)
-
 
 @pytest.fixture
-def services(folder):
+def services(folder, ending, request):
     made = Services(folder)
     yield made
-    made.end()
+    ending.take(request.node.name, made.made)
+    ending.collect()
 
 
 @pytest.fixture
@@ -82,19 +132,19 @@ def single(services):
 
 
 @pytest.fixture(scope="module")
-def shared(all_folders, request):
+def shared(all_folders, ending, request):
     """One service for all the tests of a file that leave it as it was."""
     path = _make_folder(all_folders, request.module.__name__)
     made = Services(path)
     yield made.start()
-    made.end()
-    remove_tree(path)
+    ending.take(request.module.__name__, made.made)
+    ending.remove(path)
+    ending.collect()
 
 
 @pytest.fixture(scope="session")
 def certificate(all_folders):
     """A certificate for localhost and 127.0.0.1 that vouches for itself, and its key."""
-    import subprocess
     folder = _make_folder(all_folders, "certificate")
     paths = folder / "cert.pem", folder / "key.pem"
     subprocess.run(

@@ -4,7 +4,6 @@ import json
 import os
 import pathlib
 import re
-import shutil
 import signal
 import subprocess
 import time
@@ -55,7 +54,7 @@ class Service:
         self.run_folder.mkdir(parents=True, exist_ok=True)
         self.host = host
         self.hub = hub or "127.0.0.1:%d" % closed_port()
-        self.options = [str(option) for option in options]
+        self.options = list(options)
         self.listen_threads = listen_threads
         self.extra_environment = dict(environment or {})
         self.prefix = list(prefix)
@@ -87,7 +86,7 @@ class Service:
             listed += ["--providerid", self.given_provider_id]
         if self.listen_threads is not None:
             listed += ["--listen_threads", str(self.listen_threads)]
-        return listed + self.options
+        return listed + [str(option) for option in self.options]
 
     def environment(self):
         values = dict(os.environ)
@@ -163,11 +162,18 @@ class Service:
     def restart(self):
         return self.start()
 
-    def end_for_good(self):
-        """For the end of a test: no process of the service or its tools is left."""
+    def begin_end(self):
+        """Asks for the end of the service and its tools, and does not wait for it."""
+        self.end_tools()
+        if self.process is not None and self.process.poll() is None:
+            self.process.send_signal(signal.SIGTERM)
+
+    def finish_end(self):
+        """Waits for the end that was asked for, and checks it as `stop` does."""
         try:
             if self.process is not None:
-                self.end_tools()
+                # A worker that was freed of its tool may have taken up its next job.
+                wait_for(lambda: self.has_ended() or self.end_tools(), "the service to end")
                 self.stop()
         finally:
             if self.process is not None:
@@ -345,7 +351,3 @@ def run_program(arguments, folder, link="TranscoderService", environment=None, a
     report = sanitizer_report(result.stderr)
     assert not report, report
     return result
-
-
-def remove_tree(path):
-    shutil.rmtree(path, ignore_errors=True)

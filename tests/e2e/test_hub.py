@@ -41,7 +41,7 @@ def document(service, page, group="DefaultGroup", port_ssl=0, delivery=None, thr
         "    {\n"
         "      \"commandWhitelist\" : \n      [\n" + command_list + "      ],\n"
         "      \"envWhitelist\"  : \n      [\n        \"E\"\n      ],\n"
-        "      \"cookieWhitelist\"  : \n      [\n        \n      ],\n"
+        "      \"cookieWhitelist\"  : \n      [\n\n      ],\n"
         "      \"cookieAwareCommands\"  : \n      [\n" + aware + "      ]\n"
         "    }\n"
         "  }\n"

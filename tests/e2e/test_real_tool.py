@@ -94,7 +94,7 @@ def test_steps_of_one_batch_work_in_one_folder(services):
 def test_model_that_is_none(services, folder):
     service = services.start(config=ASSIMP)
     broken = folder / "broken model.obj"
-    broken.write_text("this is no model")
+    broken.write_text("f 1 2 3\n")
     for number, path in enumerate((broken, folder / "missing.obj"), 1):
         job = service.run("assimp export %s index.x3d" % shlex.quote(str(path)))
         service.wait_done(job)

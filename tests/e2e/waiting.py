@@ -17,7 +17,7 @@ def wait_for(condition, what, seconds=None, step=0.01):
         if time.monotonic() > end:
             raise AssertionError("gave up waiting for " + (what() if callable(what) else what))
         time.sleep(step)
-        step = min(step * 1.2, 0.1)
+        step = min(step * 1.1, 0.05)
 
 
 def stays(condition, what, seconds):
