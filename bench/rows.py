@@ -4,7 +4,6 @@ import contextlib
 import dataclasses
 import itertools
 import pathlib
-import shutil
 import subprocess
 import sys
 import time
@@ -48,9 +47,13 @@ def service(settings, workers, folder=None):
                   provider_id=PROVIDER, listen_threads=None)
     try:
         yield own.start()
+        own.stop()
     finally:
-        own.end_for_good()
-        shutil.rmtree(own.folder, ignore_errors=True)
+        # After a failure above. What it wrote goes with the whole scratch folder: some file systems
+        # make new files slowly for minutes after many were removed.
+        if own.process is not None:
+            own.process.kill()
+            own.process.wait()
 
 
 def in_turns(settings, ours, peer):
@@ -201,7 +204,6 @@ def reload(settings):
 
     ours(), peer()  # from here on both find the files in memory
     found = in_turns(settings, ours, peer)
-    shutil.rmtree(own.folder, ignore_errors=True)
     return [Result("reload of %s job folders" % "{:,}".format(count), "s", *found, 2.0,
                    at_most=True)]
 
