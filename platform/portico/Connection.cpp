@@ -156,16 +156,18 @@ void Connection::takePlace() {
 }
 
 void Connection::serve() {
-    if (phase.load() == Phase::Waiting && server.stopping.load()) {
-        server.gate.leave();
-        exchange->reply.setCode(503);
-        answer(true);
-        return;
+    bool close = !exchange->reader.head().keepAlive;
+    {
+        const PageGate::Place place(server.gate);
+        if (phase.load() == Phase::Waiting && server.stopping.load()) {
+            exchange->reply.setCode(503);
+            close = true;
+        } else {
+            enter(Phase::Page, noLimit);
+            runPage();
+        }
     }
-    enter(Phase::Page, noLimit);
-    runPage();
-    server.gate.leave();
-    answer(!exchange->reader.head().keepAlive);
+    answer(close);
 }
 
 void Connection::runPage() {
@@ -181,22 +183,21 @@ void Connection::runPage() {
         reply.setCode(404);
         return;
     }
-    std::string failure;
-    core.enterPage();
     try {
+        const IoCore::PageVisit visit(core);
         page->create(this, request, reply);
     } catch (const std::exception& thrown) {
-        failure = std::string("page failed: ") + thrown.what();
+        pageFailed(thrown.what());
     } catch (...) {
-        failure = "page failed";
+        pageFailed("unknown exception");
     }
-    core.leavePage();
-    if (!failure.empty()) {
-        // Half of a reply is worse than none.
-        reply = ProtocolHTTP::Reply();
-        reply.setCode(500);
-        logLine(request.uri + ": " + failure);
-    }
+}
+
+void Connection::pageFailed(const char* reason) {
+    // Half of a reply is worse than none.
+    exchange->reply = ProtocolHTTP::Reply();
+    exchange->reply.setCode(500);
+    logLine(exchange->reader.request().uri + ": page failed: " + reason);
 }
 
 /// Answers in place of a page and ends the connection.
@@ -210,7 +211,8 @@ void Connection::refuse(const Refusal& refusal) {
 
 void Connection::answer(bool close) {
     ProtocolHTTP::Request& request = exchange->reader.request();
-    const ProtocolHTTP::Reply& reply = exchange->reply;
+    ProtocolHTTP::Reply& reply = exchange->reply;
+    reply.setCode(ReplyHead::finalCode(reply.code));
     exchange->interim = false;
     exchange->closeAfter = close || server.stopping.load();
     const bool version10 = !exchange->reader.head().version11;

@@ -94,6 +94,7 @@ private:
     void takePlace();
     void serve();
     void runPage();
+    void pageFailed(const char* reason);
     void refuse(const Refusal& refusal);
     void answer(bool close);
     void send();

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <boost/asio/post.hpp>
+#include <exception>
 #include <thread>
 #include <unistd.h>
 #include <utility>
@@ -89,8 +90,9 @@ void ThreadedWebServer::Engine::accept(int handle, const boost::asio::ip::tcp& p
     nextCore = (nextCore + 1) % cores.size();
     Connection::Socket socket(core.io.context());
     boost::system::error_code failure;
-    socket.assign(protocol, handle, failure);
-    if (failure) {
+    try {
+        socket.assign(protocol, handle);
+    } catch (const std::exception&) {
         ::close(handle);
         return;
     }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace Portico {
 
@@ -12,24 +13,23 @@ void InputBuffer::consume(std::size_t count) {
 }
 
 void InputBuffer::prepare(std::size_t wanted) {
-    if (empty() && capacity < wanted) {
+    const std::size_t held = end - begin;
+    if (held == 0 && capacity < wanted) {
         // Nothing to carry over: the old memory goes before the new comes.
         data.reset();
-        capacity = 0;
-        resize(wanted);
-    } else if (end == capacity) {
-        resize(begin > capacity / 2 ? capacity : std::max(capacity * 2, wanted));
+        data.reset(new char[wanted]);
+        capacity = wanted;
+    } else if (held > capacity / 2) {
+        const std::size_t larger = std::max(capacity * 2, wanted);
+        std::unique_ptr<char[]> grown(new char[larger]);
+        std::memcpy(grown.get(), data.get() + begin, held);
+        data = std::move(grown);
+        capacity = larger;
+    } else if (begin > 0) {
+        std::memmove(data.get(), data.get() + begin, held);
     }
-}
-
-void InputBuffer::resize(std::size_t size) {
-    std::unique_ptr<char[]> larger(new char[size]);
-    if (!empty())
-        std::memcpy(larger.get(), data.get() + begin, end - begin);
-    data = std::move(larger);
-    capacity = size;
-    end -= begin;
     begin = 0;
+    end = held;
 }
 
 void InputBuffer::shrink(std::size_t keep) {

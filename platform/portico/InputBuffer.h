@@ -16,7 +16,7 @@ public:
     /// Drops `count` bytes at the front.
     void consume(std::size_t count);
 
-    /// Makes room for at least one byte and, where nothing is held, for `wanted` of them.
+    /// Makes room for `wanted` bytes where nothing is held, else for as many as are held.
     void prepare(std::size_t wanted);
 
     /// Where the next bytes go, after prepare.
@@ -30,8 +30,6 @@ public:
     void shrink(std::size_t keep);
 
 private:
-    void resize(std::size_t size);
-
     std::unique_ptr<char[]> data;
     std::size_t capacity = 0;
     std::size_t begin = 0;

@@ -40,10 +40,6 @@ void IoCore::enterPage() {
     monitor.pageEntered();
 }
 
-void IoCore::leavePage() {
-    inside.fetch_sub(1);
-}
-
 bool IoCore::look() {
     const std::uint64_t now = moves.load(std::memory_order_relaxed);
     const bool moved = std::exchange(lastMoves, now) != now;

@@ -35,9 +35,17 @@ public:
     /// Ends the loop and joins the threads; what is still queued is dropped with the core.
     void stop();
 
-    /// Around each call of a page, on one of the core's threads.
-    void enterPage();
-    void leavePage();
+    /// Stands around each call of a page, on one of the core's threads.
+    class PageVisit {
+    public:
+        explicit PageVisit(IoCore& visited) : core(visited) { core.enterPage(); }
+        ~PageVisit() { core.inside.fetch_sub(1); }
+        PageVisit(const PageVisit&) = delete;
+        PageVisit& operator=(const PageVisit&) = delete;
+
+    private:
+        IoCore& core;
+    };
 
     bool hasPages() const { return inside.load() > 0; }
 
@@ -46,6 +54,7 @@ public:
     bool look();
 
 private:
+    void enterPage();
     void run();
     void runOne();
     bool isSurplus() const { return running.load() > inside.load() + 1; }

@@ -9,6 +9,7 @@
 #include <future>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <new>
 #include <sys/socket.h>
 #include <system_error>
 #include <unistd.h>
@@ -120,14 +121,17 @@ void Listener::acceptClients() {
     for (int round = 0; round < acceptRounds; ++round) {
         const int handle =
             ::accept4(acceptor.native_handle(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-        if (handle >= 0) {
-            onAccept(handle, protocol);
-            continue;
+        int failure = handle >= 0 ? 0 : errno;
+        try {
+            if (handle >= 0)
+                onAccept(handle, protocol);
+        } catch (const std::bad_alloc&) {
+            failure = ENOMEM;
         }
-        if (errno == EAGAIN)
+        if (failure == EAGAIN)
             break;
-        if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-            pause(errno);
+        if (failure == EMFILE || failure == ENFILE || failure == ENOBUFS || failure == ENOMEM) {
+            pause(failure);
             return;
         }
         // What else may fail is one client's trouble.

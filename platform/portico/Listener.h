@@ -15,7 +15,8 @@ namespace Portico {
 /// The listening socket of a server, for IPv6 and IPv4 alike where the machine has both.
 class Listener {
 public:
-    /// Takes over an accepted socket: not blocking, closed on exec, of the given protocol.
+    /// Takes over an accepted socket: not blocking, closed on exec, of the given protocol. May
+    /// throw std::bad_alloc, having closed it.
     using OnAccept = std::function<void(int handle, const boost::asio::ip::tcp& protocol)>;
     /// Called when no more connections can be accepted for the moment, with the reason.
     using OnExhausted = std::function<void(const std::string& reason)>;

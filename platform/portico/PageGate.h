@@ -14,6 +14,18 @@ class PageGate {
 public:
     using Waiter = std::function<void()>;
 
+    /// A place that was taken; gives it back at its end.
+    class Place {
+    public:
+        explicit Place(PageGate& owner) : gate(owner) {}
+        ~Place() { gate.leave(); }
+        Place(const Place&) = delete;
+        Place& operator=(const Place&) = delete;
+
+    private:
+        PageGate& gate;
+    };
+
     /// A `count` of 0 counts as one.
     explicit PageGate(std::uint32_t count) : places(count == 0 ? 1 : count) {}
 

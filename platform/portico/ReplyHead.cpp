@@ -73,7 +73,7 @@ void appendStatusLine(std::string& out, unsigned code) {
 } // namespace
 
 std::string ReplyHead::compose(const ProtocolHTTP::Reply& reply) const {
-    const unsigned code = reply.code >= 200 && reply.code <= 999 ? reply.code : 500;
+    const std::uint32_t code = finalCode(reply.code);
     std::string out;
     out.reserve(256);
     appendStatusLine(out, code);

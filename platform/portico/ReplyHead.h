@@ -2,6 +2,7 @@
 
 #include "platform/portico/ProtocolHTTP.h"
 
+#include <cstdint>
 #include <string>
 
 namespace Portico {
@@ -16,11 +17,16 @@ public:
 
     /// Status line and header, the empty line included. What the page set goes through without
     /// carriage returns, line feeds and zero bytes; the fields that tell where the message ends
-    /// are this class's own. A code that is no final status reads as 500.
+    /// are this class's own.
     std::string compose(const ProtocolHTTP::Reply& reply) const;
 
+    /// `code`, or 500 where it is no status that can end a request.
+    static std::uint32_t finalCode(std::uint32_t code) {
+        return code >= 200 && code <= 999 ? code : 500;
+    }
+
     /// True where a reply with this code, to a request that is not HEAD, has a body.
-    static bool hasBody(unsigned code) { return code >= 200 && code != 204 && code != 304; }
+    static bool hasBody(std::uint32_t code) { return code != 204 && code != 304; }
 };
 
 } // namespace Portico

@@ -81,6 +81,26 @@ TEST(ThreadedWebServerRequest, sendsAReplyAsAPageThatReturnsFalseLeftIt) {
     EXPECT_EQ(untouched.header("Content-Length"), "0");
 }
 
+TEST(ThreadedWebServerRequest, frames500InPlaceOfACodeThatIsNone) {
+    TestServer test;
+    test.page("/odd", [](const auto&, auto& reply) {
+        reply.setCode(100);
+        reply.body() = "odd";
+        return true;
+    });
+    test.page("/empty", [](const auto&, auto& reply) {
+        reply.setCode(204);
+        reply.body() = "not sent";
+        return true;
+    });
+    RawClient client(test.start());
+    const RawReply odd = client.get("/odd");
+    EXPECT_EQ(odd.code, 500);
+    EXPECT_EQ(odd.body, "odd");
+    EXPECT_EQ(client.get("/empty").code, 204);
+    EXPECT_EQ(client.get("/hello").body, "hello");
+}
+
 TEST(ThreadedWebServerRequest, sendsNoBodyToHead) {
     TestServer test;
     test.page("/empty", [](const auto&, auto&) { return true; });
