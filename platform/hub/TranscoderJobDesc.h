@@ -72,13 +72,15 @@ public:
     std::string suffix;   ///< suffix of the input
 
     // Defined here, so that they are there for whatever includes this header and runs before main.
+
     /// Programs that a batch may start; the one entry "*" allows every program.
     static inline std::unordered_set<std::string> cmd_whitelist{"fettle", "fettle.exe", "glimt"};
-    static inline std::unordered_set<std::string> env_whitelist; ///< variables a job may set
-    static inline std::unordered_set<std::string>
-        cookie_whitelist; ///< beginnings of cookies to pass on
-    static inline std::unordered_set<std::string>
-        cookieAwareCmds; ///< programs that get the cookies
+    /// Variables that a job may set.
+    static inline std::unordered_set<std::string> env_whitelist;
+    /// Beginnings of the cookies that are passed on.
+    static inline std::unordered_set<std::string> cookie_whitelist;
+    /// Programs that get the cookies.
+    static inline std::unordered_set<std::string> cookieAwareCmds;
     /// Form of the answer for a command batch that asks for none.
     static inline ReplyType secCmdDefaultReplyType = ReplyType::Id;
 
