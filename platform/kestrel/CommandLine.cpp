@@ -129,7 +129,7 @@ std::string searchPath(const std::string& program) {
     for (;;) {
         const std::string::size_type end = folders.find(':', begin);
         const std::string folder = folders.substr(begin, end - begin);
-        const std::string candidate = absolute((folder.empty() ? "." : folder) + "/" + program);
+        std::string candidate = absolute((folder.empty() ? "." : folder) + "/" + program);
         if (isProgram(candidate))
             return candidate;
         if (end == std::string::npos)
