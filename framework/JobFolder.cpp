@@ -4,6 +4,11 @@
 #include "platform/hub/HubFiles.h"
 
 #include <boost/filesystem.hpp>
+#include <boost/lexical_cast/try_lexical_convert.hpp>
+#include <cstdio>
+#include <fcntl.h>
+#include <fstream>
+#include <unistd.h>
 
 namespace OstrandService {
 
@@ -13,6 +18,51 @@ void JobFolder::create(const std::string& path, const std::string& meta) {
     if (error)
         return;
     OstrandHub::writeFileAtomically(path + "/.meta", meta);
+}
+
+void JobFolder::markPartial(const std::string& path) {
+    if (std::FILE* const file = std::fopen((path + "/.partial").c_str(), "we"))
+        std::fclose(file);
+}
+
+void JobFolder::clearPartial(const std::string& path) {
+    ::unlink((path + "/.partial").c_str());
+}
+
+void JobFolder::writeJobId(const std::string& path, std::uint32_t id, const std::string& service) {
+    std::ofstream(path + "/jobId", std::ios::binary | std::ios::trunc)
+        << std::to_string(id) << "@" << service;
+}
+
+void JobFolder::writeCookies(const std::string& path, const Cookies& cookies) {
+    const std::string file = path + "/.cookie";
+    // Made with the rights it is to have, before anything is in it.
+    const int made = ::open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    if (made < 0)
+        return;
+    ::close(made);
+    std::ofstream out(file, std::ios::binary | std::ios::trunc);
+    for (const auto& cookie : cookies)
+        out << cookie.first << "\n" << cookie.second << "\n";
+}
+
+void JobFolder::removeAll(const std::string& cachePath) {
+    namespace fs = boost::filesystem;
+    std::vector<fs::path> folders;
+    for (const fs::directory_entry& entry : fs::directory_iterator(cachePath)) {
+        if (isFolder(entry.path().string()))
+            folders.push_back(entry.path());
+    }
+    for (const fs::path& folder : folders) {
+        const std::string name = folder.filename().string();
+        std::fprintf(stderr, "clear cache %s | %s\n", folder.c_str(), name.c_str());
+        std::int32_t number = 0;
+        if (!boost::conversion::try_lexical_convert(name, number) ||
+            !exists((folder / ".meta").string()))
+            continue;
+        std::fprintf(stderr, "really delete it %s\n", folder.c_str());
+        fs::remove_all(folder);
+    }
 }
 
 std::string JobFolder::readText(const std::string& path) {

@@ -1,6 +1,8 @@
 #include "framework/ResultFile.h"
 
 #include "platform/hub/HubFiles.h"
+#include "platform/portico/MimeTypes.h"
+#include "platform/portico/ProtocolHTTP.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -10,6 +12,17 @@ namespace OstrandService {
 
 bool ResultFile::read(const std::string& path, std::string& body) {
     return OstrandHub::getFileContents(path.c_str(), body);
+}
+
+void ResultFile::answer(bool withContent, const std::string& path,
+                        Portico::ProtocolHTTP::Reply& reply) {
+    reply.body().clear();
+    if (withContent ? !read(path, reply.body()) : !isReadable(path)) {
+        reply.setCode(404);
+        return;
+    }
+    reply.setCode(200);
+    reply.header().setParam("Content-Type", Portico::MimeTypes::the().identify(path).c_str());
 }
 
 bool ResultFile::isReadable(const std::string& path) {

@@ -1,5 +1,7 @@
 #include "platform/hub/Json.h"
 
+#include <exception>
+
 namespace OstrandHub {
 
 namespace {
@@ -26,6 +28,22 @@ bool parseJson(const std::string& text, picojson::value& out) {
         return true;
     } catch (...) {
         // A number beyond a double's range is an exception of the parser, not an error text.
+        return false;
+    }
+}
+
+bool parseJsonPrefix(const std::string& text, picojson::value& out, std::string& error) {
+    error.clear();
+    try {
+        picojson::value parsed;
+        picojson::parse(parsed, text.begin(), text.end(), &error);
+        if (!error.empty())
+            return false;
+        out.swap(parsed);
+        return true;
+    } catch (const std::exception& thrown) {
+        // A number beyond a double's range; the parser's exception says nothing of itself.
+        error = *thrown.what() != '\0' ? thrown.what() : "syntax error: number out of range";
         return false;
     }
 }

@@ -45,6 +45,18 @@ std::string obtainIdentifier(const std::string& cacheRoot, bool shortId) {
     return shortId ? identifier.substr(0, shortLength) : identifier;
 }
 
+/// The identifier under which a registration document announces the service; `fallback` where it
+/// can't be read out of it.
+std::string announcedIdentifier(const std::string& document, const std::string& fallback) {
+    picojson::value value;
+    if (!OstrandHub::parseJson(document, value) || !value.is<picojson::object>())
+        return fallback;
+    const picojson::value& provider = value.get("ServiceProvider");
+    if (!provider.is<picojson::object>() || !provider.get("ProviderId").is<std::string>())
+        return fallback;
+    return provider.get("ProviderId").get<std::string>();
+}
+
 } // namespace
 
 OstrandHubServiceProvider::OstrandHubServiceProvider(const std::string& cacheRoot,
@@ -91,6 +103,7 @@ OstrandHub::HubMessage OstrandHubServiceProvider::message(const std::string& doc
 bool OstrandHubServiceProvider::addServiceProvider(const std::string& document, bool ssl) {
     if (!sender)
         sender = std::make_unique<OstrandHub::HubSender>(transport, clock);
+    announced = announcedIdentifier(document, identifier);
     registered = sender->send(message(document, ssl), std::chrono::seconds(refreshInterval));
     return registered;
 }
@@ -101,7 +114,7 @@ bool OstrandHubServiceProvider::removeServiceProvider(bool ssl) {
     registered = false;
     const std::string document = R"({"Command":"removeServiceProvider","Group":")" +
                                  OstrandHub::escapeJson(group) + R"(","ProviderId":")" +
-                                 OstrandHub::escapeJson(identifier) + R"("})";
+                                 OstrandHub::escapeJson(announced) + R"("})";
     return sender->sendLast(message(document, ssl), deregistrationLimit);
 }
 

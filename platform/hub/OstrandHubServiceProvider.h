@@ -72,6 +72,7 @@ private:
 
     const std::string group;
     const std::string identifier;
+    std::string announced; ///< identifier in the last registration: the one to deregister
     const std::shared_ptr<OstrandHub::HubTransport> transport;
     const std::shared_ptr<OstrandHub::HubClock> clock;
     std::string regAddress;

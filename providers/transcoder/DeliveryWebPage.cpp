@@ -3,7 +3,7 @@
 #include "framework/Cors.h"
 #include "framework/JobFolder.h"
 #include "framework/ResultFile.h"
-#include "platform/portico/MimeTypes.h"
+#include "platform/portico/ProtocolHTTP.h"
 
 #include <boost/filesystem/path.hpp>
 #include <utility>
@@ -45,13 +45,7 @@ bool TranscoderServiceProvider::DeliveryWebPage::create(
         reply.setCode(403);
         return true;
     }
-    reply.body().clear();
-    if (isGet ? !ResultFile::read(path, reply.body()) : !ResultFile::isReadable(path)) {
-        reply.setCode(404);
-        return true;
-    }
-    reply.setCode(200);
-    reply.header().setParam("Content-Type", Portico::MimeTypes::the().identify(path).c_str());
+    ResultFile::answer(isGet, path, reply);
     return true;
 }
 

@@ -1,23 +1,16 @@
 #include "providers/transcoder/ServiceTranscoderJob.h"
 
-#include "platform/config/Base.h"
+#include "framework/JobFolder.h"
+#include "framework/JobReply.h"
 #include "platform/portico/ProtocolHTTP.h"
 
 #include <boost/algorithm/string.hpp>
 #include <boost/filesystem.hpp>
-#include <cstdio>
-#include <fstream>
 #include <vector>
 
 namespace OstrandService {
 
 namespace {
-
-std::string movedPage(const std::string& uri) {
-    return "<html><header><title>Moved</title></header><body>"
-           "<h1>Moved</h1><p>This page has moved to <a href=\"" +
-           uri + "\">" + uri + "</a>.</p></body></html>";
-}
 
 bool isWhitelisted(const std::string& token) {
     for (const std::string& entry : TranscoderJobDesc::cookie_whitelist) {
@@ -83,26 +76,20 @@ void ServiceTranscoderJob::prepare(const std::string& basePath) {
         if (error)
             return;
     }
-    if (desc.cookies.empty())
-        return;
-    std::ofstream out(path + "/.cookie", std::ios::binary | std::ios::trunc);
-    for (const auto& cookie : desc.cookies)
-        out << cookie.first << "\n" << cookie.second << "\n";
+    if (!desc.cookies.empty())
+        JobFolder::writeCookies(path, desc.cookies);
 }
 
 void ServiceTranscoderJob::writeJobId() {
-    std::ofstream(workDir() + "/jobId", std::ios::binary | std::ios::trunc)
-        << std::to_string(id) << "@" << sourceText;
+    JobFolder::writeJobId(workDir(), id, sourceText);
 }
 
 void ServiceTranscoderJob::markPartial() {
-    if (std::FILE* file = std::fopen((workDir() + "/.partial").c_str(), "we"))
-        std::fclose(file);
+    JobFolder::markPartial(workDir());
 }
 
 void ServiceTranscoderJob::clearPartial() {
-    boost::system::error_code error;
-    boost::filesystem::remove(workDir() + "/.partial", error);
+    JobFolder::clearPartial(workDir());
 }
 
 // The whitelist is compared with the beginning of the whole "name=value", and what is kept is put
@@ -140,11 +127,7 @@ void ServiceTranscoderJob::writeJobReply(Portico::ProtocolHTTP::Reply& reply,
     reply.header().setParam("Content-Type", "text/html");
     reply.setCode(202);
     if (desc.replyType == ReplyType::Redirect && hasResultFile) {
-        const std::string uri = jobUri + "/" + resultFileName();
-        reply.setCode(302);
-        reply.header().setParam("Access-Control-Expose-Headers", "Location");
-        reply.header().setParam("Location", Config::Base::value2String(uri).c_str());
-        reply.body() = movedPage(uri);
+        redirectTo(reply, jobUri + "/" + resultFileName());
     } else if (desc.replyType == ReplyType::Uri || desc.replyType == ReplyType::Origin) {
         reply.body() = jobUri;
     } else if (desc.replyType == ReplyType::File && hasResultFile) {

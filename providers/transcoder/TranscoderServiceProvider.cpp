@@ -1,6 +1,8 @@
 #include "providers/transcoder/TranscoderServiceProvider.h"
 
 #include "framework/Cors.h"
+#include "framework/JobFolder.h"
+#include "framework/StateList.h"
 #include "host/ServiceProviderRegistry.h"
 #include "platform/hub/Json.h"
 #include "platform/hub/MessageLog.h"
@@ -12,6 +14,7 @@
 #include <boost/lexical_cast.hpp>
 #include <boost/pointer_cast.hpp>
 #include <boost/thread/lock_guard.hpp>
+#include <optional>
 
 namespace OstrandService {
 
@@ -52,14 +55,17 @@ bool TranscoderServiceProvider::addJob(const Request& request, const picojson::v
         const Transition transition(transitions);
         const bool isNew = insertOrFind(job);
         const AcceptanceGuard acceptance(isNew ? job.get() : nullptr);
-        if (isNew)
-            job->prepare(cachePath);
-        else
+        if (!isNew)
             job->awaitAcceptance();
         // Only the wish to run again is the new request's; description, commands and form of the
         // answer stay those of the job that was there.
-        if (isNew || mayRunAgain(job->settledState()) || incoming->desc.rerun)
+        if (isNew || mayRunAgain(job->settledState()) || incoming->desc.rerun) {
+            // Also for a job that lost its folder, or never got one on a full disk: what is
+            // answered must be there after a restart.
+            if (isNew || !JobFolder::exists(job->workDir() + "/.meta"))
+                job->prepare(cachePath);
             queueJob(job, request.header().getParam("Cookie", ""));
+        }
     }
     job->writeJobReply(reply, replyBase(request, job));
     return true;
@@ -114,29 +120,20 @@ std::string TranscoderServiceProvider::replyBase(const Request& request,
 
 bool TranscoderServiceProvider::updateJobStates(const Request& request, Reply& reply) {
     picojson::value value;
-    if (!OstrandHub::parseJson(request.body(), value) || !value.is<picojson::object>() ||
-        !value.get("Parameters").is<picojson::array>()) {
+    std::optional<std::vector<std::string>> uris;
+    if (OstrandHub::parseJson(request.body(), value))
+        uris = stateQuestions(value);
+    if (!uris) {
         reply.setCode(400);
         return true;
     }
-    std::string text = "[";
-    for (const picojson::value& element : value.get("Parameters").get<picojson::array>()) {
-        if (!element.is<picojson::array>())
-            continue;
-        const picojson::array& pair = element.get<picojson::array>();
-        if (pair.size() < 2 || !pair[0].is<double>() || !pair[1].is<std::string>())
-            continue;
-        const std::string& uri = pair[1].get<std::string>();
-        const int code = stateCode(uri);
-        if (code == 0)
-            continue;
-        // The comma goes by what was written, so that elements left out leave no trace.
-        text += text.size() == 1 ? "[" : ",[";
-        text += std::to_string(code) + ",\"" + uri + "\"]";
+    StateAnswers answers;
+    for (const std::string& uri : *uris) {
+        if (const int code = stateCode(uri))
+            answers.add(code, uri);
     }
-    text += "]";
     reply.setCode(200);
-    reply.body() = text;
+    reply.body() = answers.text();
     reply.header().setParam("Content-Type", "application/json");
     addCorsHeaders(request, reply);
     return true;

@@ -1,4 +1,5 @@
 #include "framework/Cors.h"
+#include "framework/JsonNumbers.h"
 #include "framework/OptionValues.h"
 #include "framework/WebPageObject.h"
 #include "host/OstrandService.h"
@@ -15,7 +16,6 @@
 
 #include <boost/filesystem.hpp>
 #include <boost/program_options.hpp>
-#include <cmath>
 #include <cstdio>
 #include <iostream>
 #include <sstream>
@@ -26,16 +26,6 @@ namespace po = boost::program_options;
 
 namespace {
 
-/// The integer part of a number in decimal, however large it is.
-std::string integerPart(double number) {
-    std::ostringstream out;
-    out.imbue(std::locale::classic());
-    out.precision(0);
-    // The sum turns a negative zero into a plain one.
-    out << std::fixed << std::trunc(number) + 0.0;
-    return out.str();
-}
-
 /// The text under `key`, or null where there is none or it is no string.
 const std::string* textUnder(const picojson::object& config, const char* key) {
     const auto found = config.find(key);
@@ -44,17 +34,11 @@ const std::string* textUnder(const picojson::object& config, const char* key) {
     return &found->second.get<std::string>();
 }
 
-/// Reads a JSON value from the beginning of `body`, which counts up to its first zero byte; what
-/// stands behind the value is not looked at. False, reported, where there is none.
+/// Reads a JSON value from the beginning of `body`, which counts up to its first zero byte. False,
+/// reported, where there is none.
 bool parseLoosely(const std::string& body, picojson::value& value) {
     std::string error;
-    try {
-        const std::string text = body.c_str();
-        picojson::parse(value, text.begin(), text.end(), &error);
-    } catch (const std::exception& thrown) {
-        error = thrown.what(); // a number out of range
-    }
-    if (error.empty())
+    if (OstrandHub::parseJsonPrefix(body.c_str(), value, error))
         return true;
     std::cerr << "JSON POST parsing error: " << error << std::endl;
     return false;

@@ -1,4 +1,5 @@
 #include "framework/JobFolder.h"
+#include "framework/NumberedFolders.h"
 #include "platform/hub/HubFiles.h"
 #include "platform/hub/Json.h"
 #include "platform/hub/MessageLog.h"
@@ -6,39 +7,14 @@
 #include "providers/transcoder/ServiceTranscoderJob.h"
 #include "providers/transcoder/TranscoderServiceProvider.h"
 
-#include <algorithm>
-#include <boost/filesystem.hpp>
-#include <boost/lexical_cast.hpp>
 #include <boost/thread/lock_guard.hpp>
-#include <cstdio>
 #include <iostream>
-#include <utility>
 
 namespace OstrandService {
-
-namespace fs = boost::filesystem;
 
 namespace {
 
 constexpr int maxClearTries = 1000; ///< looks, a millisecond apart, for a moment to clear the cache
-
-using NumberedFolder = std::pair<std::int32_t, std::string>;
-
-/// The folders below `path` whose names are numbers, in the order of the numbers, so that a reload
-/// is repeatable.
-std::vector<NumberedFolder> numberedFolders(const std::string& path) {
-    std::vector<NumberedFolder> folders;
-    boost::system::error_code error;
-    for (fs::directory_iterator entry(path, error), end; !error && entry != end;
-         entry.increment(error)) {
-        std::int32_t number = 0;
-        if (boost::conversion::try_lexical_convert(entry->path().filename().string(), number) &&
-            JobFolder::isFolder(entry->path().string()))
-            folders.emplace_back(number, entry->path().string());
-    }
-    std::sort(folders.begin(), folders.end());
-    return folders;
-}
 
 } // namespace
 
@@ -47,7 +23,7 @@ void TranscoderServiceProvider::loadOldJobs() {
         return;
     std::cout << "Loading old jobs: " << std::flush;
     std::uint32_t loaded = 0;
-    for (const NumberedFolder& folder : numberedFolders(cachePath)) {
+    for (const auto& folder : numberedFolders<std::int32_t>(cachePath)) {
         try {
             if (loadFolder(folder.first, folder.second))
                 ++loaded;
@@ -133,25 +109,9 @@ void TranscoderServiceProvider::emptyTables() {
     jobs.emplace_back();
 }
 
-// A folder goes if its name is a number and it holds ".meta"; what is not a job's stays. A folder
-// that can't be removed ends the request with an exception.
 void TranscoderServiceProvider::removeJobFolders() {
     std::cout << "clearing cache in: " << cachePath << std::endl;
-    std::vector<fs::path> folders;
-    for (const fs::directory_entry& entry : fs::directory_iterator(cachePath)) {
-        if (JobFolder::isFolder(entry.path().string()))
-            folders.push_back(entry.path());
-    }
-    for (const fs::path& folder : folders) {
-        const std::string name = folder.filename().string();
-        std::fprintf(stderr, "clear cache %s | %s\n", folder.c_str(), name.c_str());
-        std::int32_t number = 0;
-        if (!boost::conversion::try_lexical_convert(name, number) ||
-            !JobFolder::exists((folder / ".meta").string()))
-            continue;
-        std::fprintf(stderr, "really delete it %s\n", folder.c_str());
-        fs::remove_all(folder);
-    }
+    JobFolder::removeAll(cachePath);
 }
 
 } // namespace OstrandService
