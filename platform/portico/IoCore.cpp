@@ -36,16 +36,20 @@ void IoCore::stop() {
 
 void IoCore::enterPage() {
     inside.fetch_add(1);
-    moves.fetch_add(1, std::memory_order_relaxed);
+    begun.fetch_add(1, std::memory_order_relaxed);
     monitor.pageEntered();
 }
 
 bool IoCore::look() {
-    const std::uint64_t now = moves.load(std::memory_order_relaxed);
-    const bool moved = std::exchange(lastMoves, now) != now;
-    if (!moved && hasPages() && inside.load() >= running.load())
+    const std::uint64_t nowInside = inside.load();
+    const std::uint64_t nowBegun = begun.load(std::memory_order_relaxed);
+    const std::uint64_t nowEnded = nowBegun - nowInside;
+    const bool anyBegun = std::exchange(lastBegun, nowBegun) != nowBegun;
+    const bool anyEnded = std::exchange(lastEnded, nowEnded) != nowEnded;
+    stalled = nowInside > 0 && nowInside >= running.load() && !anyEnded && (!anyBegun || stalled);
+    if (stalled)
         release();
-    return moved;
+    return anyBegun || anyEnded;
 }
 
 void IoCore::release() {

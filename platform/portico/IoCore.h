@@ -50,7 +50,8 @@ public:
     bool hasPages() const { return inside.load() > 0; }
 
     /// The monitor's look: adds a thread where all are inside pages and no page has begun or ended
-    /// since the last look. Returns true where one has.
+    /// since the last look. While a stall lasts each look adds one, though the thread before it
+    /// has just begun a page. Returns true where a page has begun or ended.
     bool look();
 
 private:
@@ -70,9 +71,11 @@ private:
     /// Written by this core's threads all the time: no other core's line in the cache.
     alignas(64) std::atomic<std::uint32_t> running{0}; ///< threads that are not parked
     std::atomic<std::uint32_t> inside{0};              ///< threads inside pages
-    std::atomic<std::uint64_t> moves{0};               ///< entries into pages so far
+    std::atomic<std::uint64_t> begun{0};               ///< pages so far
 
-    alignas(64) std::uint64_t lastMoves = 0; ///< the monitor's
+    alignas(64) std::uint64_t lastBegun = 0; ///< of the monitor's last look, like what follows
+    std::uint64_t lastEnded = 0;
+    bool stalled = false;
 
     std::mutex mutex; ///< guards what follows
     std::condition_variable released;

@@ -1,5 +1,6 @@
 #include "platform/portico/RequestHead.h"
 
+#include "platform/portico/FieldJoiner.h"
 #include "platform/portico/RequestTarget.h"
 
 // The library prints its string views and does not include this itself.
@@ -21,7 +22,7 @@ namespace http = boost::beast::http;
 /// piece and never the body: what the body is, and whether there is one, is decided here.
 class HeadParser final : public http::basic_parser<true> {
 public:
-    explicit HeadParser(ProtocolHTTP::Request& target) : request(target) {
+    explicit HeadParser(ProtocolHTTP::Request& target) : fields(target.header()), request(target) {
         header_limit(std::numeric_limits<std::uint32_t>::max());
         body_limit(boost::none);
     }
@@ -43,11 +44,11 @@ private:
                        beast::error_code&) override {
         if (field == http::field::host)
             ++hosts;
-        request.header().joinParam(std::string(name), std::string(value));
+        fields.add(std::string(name), std::string(value));
     }
 
     void on_response_impl(int, beast::string_view, int, beast::error_code&) override {}
-    void on_header_impl(beast::error_code&) override {}
+    void on_header_impl(beast::error_code&) override { fields.finish(); }
     void on_body_init_impl(const boost::optional<std::uint64_t>&, beast::error_code&) override {}
     std::size_t on_body_impl(beast::string_view body, beast::error_code&) override {
         return body.size();
@@ -59,6 +60,7 @@ private:
     }
     void on_finish_impl(beast::error_code&) override {}
 
+    FieldJoiner fields;
     ProtocolHTTP::Request& request;
 };
 
