@@ -43,6 +43,20 @@ bool writeAll(int fd, const std::string& text) {
     return true;
 }
 
+/// Puts the file `from` in the place of `to`. A file that is there already changes places with it
+/// and is then removed: at a rename onto it some file systems write the new file's data out at
+/// once, which costs more than all else here. Where the file system can't exchange, it is that
+/// rename.
+bool replace(const std::string& from, const std::string& to) {
+    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_EXCHANGE) != 0)
+        return std::rename(from.c_str(), to.c_str()) == 0;
+    if (::unlink(from.c_str()) == 0)
+        return true;
+    // A folder, which a rename would not have replaced either, goes back to its place.
+    ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_EXCHANGE);
+    return false;
+}
+
 } // namespace
 
 bool writeFileAtomically(const std::string& path, const std::string& text) {
@@ -52,7 +66,7 @@ bool writeFileAtomically(const std::string& path, const std::string& text) {
         return false;
     const bool written = writeAll(fd, text);
     const bool closed = ::close(fd) == 0;
-    if (written && closed && std::rename(name.c_str(), path.c_str()) == 0)
+    if (written && closed && replace(name, path))
         return true;
     ::unlink(name.c_str());
     return false;
