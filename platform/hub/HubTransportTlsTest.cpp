@@ -98,14 +98,18 @@ private:
 
 TEST(TlsTransport, HubWithACertificateOfItsOwnGetsNoDocument) {
     std::signal(SIGPIPE, SIG_IGN);
-    TlsHub hub;
     const std::atomic<bool> abandoned{false};
-    const std::string reason = OstrandHub::makeNetworkTransport()->post(
-        "127.0.0.1:" + std::to_string(hub.port), true, "{secret}", abandoned);
-    hub.end();
+    std::string reason = "timeout";
+    // On a busy machine the two seconds for connecting may be over before the certificate came.
+    for (int i = 0; i < 10 && reason.find("timeout") != std::string::npos; ++i) {
+        TlsHub hub;
+        reason = OstrandHub::makeNetworkTransport()->post("127.0.0.1:" + std::to_string(hub.port),
+                                                          true, "{secret}", abandoned);
+        hub.end();
+        EXPECT_TRUE(hub.called);
+        EXPECT_EQ(hub.received, 0);
+    }
     EXPECT_NE(reason.find("certificate"), std::string::npos) << reason;
-    EXPECT_TRUE(hub.called);
-    EXPECT_EQ(hub.received, 0);
 }
 
 } // namespace
