@@ -132,16 +132,16 @@ def test_no_inodes(services, small_disk):
     with pytest.raises(OSError):
         for number in range(1000):
             (filler / str(number)).touch()
-    job = service.run("true", uid="u")
+    job = service.run("put index.x3d x", uid="u")
     wait_for(lambda: service.counters() == (0, 0, 1), "the job's end")
     assert service.state(job) == "ERROR"
     shutil.rmtree(filler)
-    # A job's folder is made when the job is new, so this one stays without; others are well.
-    service.run("true", uid="u")
-    wait_for(lambda: service.counters() == (0, 0, 2), "the second run")
-    other = service.run("true", uid="v")
-    service.wait_done(other)
-    assert service.state(other) == "CLOSED"
+    # Submitted again it gets the folder that it never had.
+    service.run("put index.x3d x", uid="u")
+    service.wait_done(job)
+    assert service.counters() == (0, 1, 1)
+    assert service.stored_status(job) == 3
+    assert (service.job_folder(job) / ".meta").exists()
 
 
 def test_read_only_cache(services, small_disk):

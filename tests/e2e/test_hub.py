@@ -13,11 +13,11 @@ from test_update_state import place_job
 from waiting import stays, wait_for
 
 CONFIG = {"commandWhitelist": ["one"], "envWhitelist": ["E"], "cookieWhitelist": [],
-          "cookieAwareCommands": ["c\""]}
+          "cookieAwareCommands": ["c"]}
 
 
 def document(service, page, group="DefaultGroup", port_ssl=0, delivery=None, threads=3,
-             command_list="        \"one\"\n", aware="        \"c\"\"\n"):
+             command_list="        \"one\"\n", aware="        \"c\"\n"):
     """The text that registers the service, byte for byte; `page` is its JSON front page."""
     return (
         "{\n"
@@ -61,7 +61,6 @@ def test_document_and_deregistration(services):
         service = services.start(hub=hub.address, config=CONFIG)
         assert "mcast reg : 0\nip reg : %s\n" % hub.address in service.stderr()
         text, = hub.wait_for(1)
-        # No value is escaped, a quote in one breaks the document.
         assert text == document(service, front(service))
         method, path, headers, _, _ = hub.received[0]
         assert (method, path) == ("POST", "/serviceprovider")
@@ -89,14 +88,12 @@ def test_document_with_every_option(services):
 def test_lists_of_several_entries(services):
     names = ["one", "two", "three", "four"]
     with RecordingHub() as hub:
-        service = services.start(hub=hub.address, config=dict(
-            CONFIG, commandWhitelist=names, cookieAwareCommands=["c"]))
+        service = services.start(hub=hub.address, config=dict(CONFIG, commandWhitelist=names))
         text, = hub.wait_for(1)
         line = re.search(r"\"commandWhitelist\" : \n      \[\n(.*\n)      \],", text).group(1)
         # In whatever order the set has them.
         assert sorted(line.strip().split(", ")) == sorted('"%s"' % name for name in names)
-        assert text == document(service, front(service), command_list=line,
-                                aware="        \"c\"\n")
+        assert text == document(service, front(service), command_list=line)
         registered = json.loads(text)["ServiceProvider"]
         assert set(registered["transcoderConfig"]["commandWhitelist"]) == set(names)
         assert registered["CPUs"] == str(int(registered["CPUs"]))
@@ -149,13 +146,21 @@ def test_only_the_low_half_of_the_interval_counts(services):
         assert len(other.received) == 1
 
 
-def test_deregistration_is_escaped(services):
+def test_what_is_escaped_and_what_is_not(services):
+    """A quote breaks the registration, and that is accepted; the deregistration it does not."""
     with RecordingHub() as hub:
-        service = services.start("--group", "a\"b\\c", hub=hub.address)
+        config = dict(CONFIG, cookieAwareCommands=["c\""])
+        service = services.start("--group", "a\"b\\c", hub=hub.address, host="h\"", config=config)
         text, = hub.wait_for(1)
-        assert "  \"Group\" : \"a\"b\\c\",\n" in text
+        assert text.startswith("{\n  \"Command\" : \"addServiceProvider\",\n"
+                               "  \"Group\" : \"a\"b\\c\",\n")
+        assert "    \"Host\"        : \"h\"\",\n" in text
+        assert "      [\n        \"c\"\"\n      ]\n" in text
+        with pytest.raises(json.JSONDecodeError):
+            json.loads(text)
         service.stop()
-        assert json.loads(hub.received[-1][3]) == removal(service, "a\"b\\c")
+        last = json.loads(hub.received[-1][3])
+        assert (last["Command"], last["Group"]) == ("removeServiceProvider", "a\"b\\c")
 
 
 def test_identifier_of_the_document(services):
