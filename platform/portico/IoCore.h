@@ -63,19 +63,19 @@ private:
     void park();
     void release();
 
+    /// Written by this core's threads all the time: in a line of the cache that is no other core's.
+    alignas(64) std::atomic<std::uint64_t> begun{0}; ///< pages so far
+    std::atomic<std::uint32_t> running{0};           ///< threads that are not parked
+    std::atomic<std::uint32_t> inside{0};            ///< threads inside pages
+
+    std::uint64_t lastBegun = 0; ///< of the monitor's last look, like what follows
+    std::uint64_t lastEnded = 0;
+    bool stalled = false;
+
     StallMonitor& monitor;
     const Report report;
     boost::asio::io_context io;
     boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work;
-
-    /// Written by this core's threads all the time: no other core's line in the cache.
-    alignas(64) std::atomic<std::uint32_t> running{0}; ///< threads that are not parked
-    std::atomic<std::uint32_t> inside{0};              ///< threads inside pages
-    std::atomic<std::uint64_t> begun{0};               ///< pages so far
-
-    alignas(64) std::uint64_t lastBegun = 0; ///< of the monitor's last look, like what follows
-    std::uint64_t lastEnded = 0;
-    bool stalled = false;
 
     std::mutex mutex; ///< guards what follows
     std::condition_variable released;
