@@ -14,10 +14,13 @@ namespace OstrandService {
 
 void JobFolder::create(const std::string& path, const std::string& meta) {
     boost::system::error_code error;
-    boost::filesystem::create_directory(path, error);
+    const bool made = boost::filesystem::create_directory(path, error);
     if (error)
         return;
-    OstrandHub::writeFileAtomically(path + "/.meta", meta);
+    // On a full disk the folder goes again: the job then fails when its tool is started there, and
+    // does not end well only to be unknown after a restart.
+    if (!OstrandHub::writeFileAtomically(path + "/.meta", meta) && made)
+        boost::filesystem::remove(path, error);
 }
 
 void JobFolder::markPartial(const std::string& path) {

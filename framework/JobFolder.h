@@ -18,7 +18,7 @@ public:
     static constexpr std::int64_t maxId = 16777215;
 
     /// Makes the folder, one level, unless it exists, and writes ".meta" into it. Nothing is
-    /// written where the folder can't be made.
+    /// written where the folder can't be made, and no new folder stays where the file can't.
     static void create(const std::string& path, const std::string& meta);
 
     /// Makes and removes the empty file ".partial", which tells that the job is unfinished.
