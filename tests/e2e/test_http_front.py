@@ -22,6 +22,41 @@ def port(request, shared):
     return shared.port + (request.param == "delivery")
 
 
+ICON = "GET /favicon.ico HTTP/1.1\r\nHost: x\r\n"
+CHUNKED = "POST /job HTTP/1.1\r\nHost: x\r\nTransfer-Encoding: chunked\r\n\r\n"
+STALLS = ["GET /fav", ICON + "X: y\r\n",
+          "POST /job HTTP/1.1\r\nHost: x\r\nContent-Length: 10\r\n\r\nabc", CHUNKED + "5\r\nab",
+          request("GET", "/favicon.ico")]
+
+
+@pytest.fixture(scope="module", autouse=True)
+def stalled(shared):
+    """Lets all of these clients wait while the tests of this file run; gives the code that one got,
+    or None, and the seconds until its connection was closed."""
+    outcomes = {}
+
+    def wait(text):
+        with Connection(shared.port, timeout=45 + PATIENCE) as connection:
+            begin = time.monotonic()
+            connection.send(text)
+            code = None
+            with contextlib.suppress(EOFError):
+                code = connection.reply().code
+            ended = connection.closed()
+            outcomes[text] = (code, time.monotonic() - begin) if ended else None
+
+    threads = [threading.Thread(target=wait, args=(text,)) for text in STALLS]
+    for thread in threads:
+        thread.start()
+
+    def outcome(text):
+        for thread in threads:
+            thread.join()
+        return outcomes[text]
+
+    return outcome
+
+
 def check_refused(port, text, codes):
     """The reply's code is one of them, it has no body, and the connection ends behind it."""
     with Connection(port) as connection:
@@ -31,9 +66,6 @@ def check_refused(port, text, codes):
         assert reply.body == b""
         # Of what else was sent nothing is answered.
         assert connection.closed()
-
-
-ICON = "GET /favicon.ico HTTP/1.1\r\nHost: x\r\n"
 
 
 @pytest.mark.parametrize("text,codes", [
@@ -246,7 +278,6 @@ def test_bytes_behind_a_refused_request_are_not_answered(port):
 # Bodies.
 
 JOB = '{"resource":"m.obj","reply":"uri"}'
-CHUNKED = "POST /job HTTP/1.1\r\nHost: x\r\nTransfer-Encoding: chunked\r\n\r\n"
 
 
 def chunks(text, size):
@@ -431,56 +462,6 @@ def test_stalled_clients_hinder_nobody(services):
         assert service.stop() < 15
 
 
-@pytest.mark.parametrize("text", [
-    "GET /fav", ICON + "X: y\r\n",
-    "POST /job HTTP/1.1\r\nHost: x\r\nContent-Length: 10\r\n\r\nabc", CHUNKED + "5\r\nab",
-])
-def test_stalled_request_ends_after_its_time(stalled, text):
-    """408 or nothing, and the connection is closed, after about 15 s."""
-    code, seconds = stalled(text)
-    assert code in (None, 408)
-    assert 10 < seconds < 15 + PATIENCE
-
-
-def test_idle_connection_is_closed(stalled):
-    code, seconds = stalled(request("GET", "/favicon.ico"))
-    assert code == 200
-    assert 25 < seconds < 30 + PATIENCE
-
-
-STALLS = ["GET /fav", ICON + "X: y\r\n",
-          "POST /job HTTP/1.1\r\nHost: x\r\nContent-Length: 10\r\n\r\nabc", CHUNKED + "5\r\nab",
-          request("GET", "/favicon.ico")]
-
-
-@pytest.fixture(scope="module")
-def stalled(shared):
-    """Lets all of these clients wait at the same time; gives the code that one got, or None, and
-    the seconds until its connection was closed."""
-    outcomes = {}
-
-    def wait(text):
-        with Connection(shared.port, timeout=45 + PATIENCE) as connection:
-            begin = time.monotonic()
-            connection.send(text)
-            code = None
-            with contextlib.suppress(EOFError):
-                code = connection.reply().code
-            ended = connection.closed()
-            outcomes[text] = (code, time.monotonic() - begin) if ended else None
-
-    threads = [threading.Thread(target=wait, args=(text,)) for text in STALLS]
-    for thread in threads:
-        thread.start()
-
-    def outcome(text):
-        for thread in threads:
-            thread.join()
-        return outcomes[text]
-
-    return outcome
-
-
 def test_client_that_goes_away(service):
     """In the middle of a head, a body, a reply; the service goes on and forgets them."""
     (service.jobs_folder() / "big").write_bytes(b"x" * 20 * MIB)
@@ -614,3 +595,19 @@ def test_secrets_and_forged_lines_stay_out_of_log_and_output(service):
     service.stop()
     for text in (service.log(), service.stdout(), service.stderr()):
         assert "sesame" not in text
+
+
+# The clients that wait for the end of a limit, at the end: they wait since the first test.
+
+@pytest.mark.parametrize("text", STALLS[:-1])
+def test_stalled_request_ends_after_its_time(stalled, text):
+    """408 or nothing, and the connection is closed, after about 15 s."""
+    code, seconds = stalled(text)
+    assert code in (None, 408)
+    assert 10 < seconds < 15 + PATIENCE
+
+
+def test_idle_connection_is_closed(stalled):
+    code, seconds = stalled(STALLS[-1])
+    assert code == 200
+    assert 25 < seconds < 30 + PATIENCE
