@@ -168,6 +168,29 @@ def test_cache_that_may_not_be_written(services, small_disk):
     assert service.stdout().endswith("existing folders for both.\n")
 
 
+def test_cache_that_cannot_be_cleared(service, small_disk):
+    """The fault leaves the page; table and counters are empty by then, and the service goes on."""
+    job = service.run("true", uid="u")
+    service.wait_done(job)
+    wait_for(lambda: service.counters()[0] == 0, "the counters")
+    busy = service.job_folder(job) / "src"
+    subprocess.run(["mount", "--bind", str(small_disk), str(busy)], check=True)
+    try:
+        reply = service.post("/config", {"clearCache": True, "deliveryPort": 1})
+        assert (reply.status_code, reply.content) == (500, b"")
+        assert "Access-Control-Allow-Origin" not in reply.headers
+        assert service.counters() == (0, 0, 0)
+        assert service.jobs()["jobs"] == {}
+        # What would have followed was not done.
+        assert service.get("/", headers={"Accept": "application/json"}).json()["Delivery"] == \
+            service.delivery
+    finally:
+        subprocess.run(["umount", str(busy)], check=True)
+    assert service.run("true", uid="u") == 1
+    service.wait_done(1)
+    assert service.state(1) == "CLOSED"
+
+
 def test_log_that_cannot_be_written(services, small_disk):
     """A full log folder ends no request."""
     service = services.make()
