@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <fstream>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace OstrandService {
@@ -75,13 +76,12 @@ std::string JobFolder::readText(const std::string& path) {
 }
 
 bool JobFolder::exists(const std::string& path) {
-    boost::system::error_code error;
-    return boost::filesystem::exists(path, error) && !error;
+    return ::access(path.c_str(), F_OK) == 0;
 }
 
 bool JobFolder::isFolder(const std::string& path) {
-    boost::system::error_code error;
-    return boost::filesystem::is_directory(path, error) && !error;
+    struct stat status = {};
+    return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
 } // namespace OstrandService

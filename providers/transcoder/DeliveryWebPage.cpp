@@ -5,19 +5,35 @@
 #include "framework/ResultFile.h"
 #include "platform/portico/ProtocolHTTP.h"
 
-#include <boost/filesystem/path.hpp>
+#include <string_view>
 #include <utility>
 
 namespace OstrandService {
 
 namespace {
 
+/// The folder of a path, with its slash; empty for a bare name.
+std::string_view folderOf(std::string_view path) {
+    const std::string_view::size_type slash = path.rfind('/');
+    return slash == std::string_view::npos ? std::string_view() : path.substr(0, slash + 1);
+}
+
+/// The folder above one that was found by folderOf().
+std::string_view parentOf(std::string_view folder) {
+    const std::string_view::size_type last = folder.find_last_not_of('/');
+    return last == std::string_view::npos ? std::string_view()
+                                          : folderOf(folder.substr(0, last + 1));
+}
+
+bool isMarked(std::string_view folder) {
+    return JobFolder::exists(std::string(folder) + ".partial");
+}
+
 /// True while the job that a file belongs to is unfinished: its marker lies beside the file or one
 /// folder up, where a job's result folders are. Deeper files are served as soon as they are there.
 bool isUnfinished(const std::string& path) {
-    const boost::filesystem::path folder = boost::filesystem::path(path).parent_path();
-    return JobFolder::exists((folder / ".partial").native()) ||
-           JobFolder::exists((folder.parent_path() / ".partial").native());
+    const std::string_view folder = folderOf(path);
+    return isMarked(folder) || isMarked(parentOf(folder));
 }
 
 } // namespace
