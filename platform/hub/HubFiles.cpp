@@ -11,7 +11,7 @@ namespace OstrandHub {
 
 namespace {
 
-constexpr std::size_t blockSize = 64 * 1024;
+constexpr std::size_t blockSize = 65536;
 
 /// Reads from `fd` to its end, whatever its size was said to be: some of the kernel's files have
 /// none.
@@ -68,7 +68,7 @@ bool getFileContents(const char* path, std::string& out) {
 }
 
 std::string getHubDataPath() {
-    const std::string own = variable("OSTRANDHUB_DATA");
+    std::string own = variable("OSTRANDHUB_DATA");
     if (!own.empty())
         return own;
     const std::string dataHome = variable("XDG_DATA_HOME");

@@ -14,8 +14,8 @@ class RotatingFile {
 public:
     /// How much is kept.
     struct Limits {
-        std::size_t bytes = 10 * 1024 * 1024; ///< size at which the file is put aside
-        std::size_t oldFiles = 5;             ///< files kept beside the current one
+        std::size_t bytes = std::size_t{10} * 1024 * 1024; ///< size at which the file is put aside
+        std::size_t oldFiles = 5;                          ///< files kept beside the current one
     };
 
     /// Each line starts with the time, as in 2026-11-21T05:40:12.123Z, and `timeEnd`.
