@@ -2,11 +2,13 @@
 
 import contextlib
 import dataclasses
+import functools
 import itertools
 import pathlib
 import subprocess
 import sys
 import time
+import typing
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tests" / "e2e"))
 
@@ -25,6 +27,7 @@ class Settings:
     """What a run was asked for."""
 
     scratch: pathlib.Path  # an empty folder, removed at the end of the run
+    memory: typing.Optional[pathlib.Path]  # one in memory, where the system offers that
     build: pathlib.Path
     rounds: int
     quick: bool
@@ -32,9 +35,9 @@ class Settings:
     def __post_init__(self):
         self.numbers = itertools.count()
 
-    def folder(self):
-        """A name in the scratch folder that was not given before."""
-        return self.scratch / str(next(self.numbers))
+    def folder(self, below=None):
+        """A name in the scratch folder, or in another, that was not given before."""
+        return (below or self.scratch) / str(next(self.numbers))
 
     def size(self, full, quick):
         return quick if self.quick else full
@@ -56,12 +59,12 @@ def service(settings, workers, folder=None):
             own.process.wait()
 
 
-def in_turns(settings, ours, peer):
-    """Calls both once a round; returns the figures of each."""
-    found = [], []
+def in_turns(settings, *sides):
+    """Calls each once a round; returns the figures of each."""
+    found = [[] for _ in sides]
     for _ in range(settings.rounds):
-        found[0].append(ours())
-        found[1].append(peer())
+        for figure, side in zip(found, sides):
+            figure.append(side())
     return found
 
 
@@ -108,11 +111,13 @@ def finished(settings, name, size, connections, wanted):
 
 
 def jobs(settings, workers):
-    """Jobs of `true` from their submission to their end, against xargs."""
+    """Jobs of `true` from their submission to their end, against xargs. Each job is a folder with
+    ten entries, so the file system has its part in the figure: it is taken on the disk and, where
+    there is one, on a file system in memory."""
     count = settings.size(2000, 400)
 
-    def ours():
-        with service(settings, workers) as own:
+    def ours(below):
+        with service(settings, workers, settings.folder(below)) as own:
             client = clients.JobClient(own.port, PROVIDER)
             peers.settle()
             seconds = client.run(count)
@@ -129,8 +134,14 @@ def jobs(settings, workers):
                        check=True)
         return count / (time.monotonic() - begin)
 
-    found = in_turns(settings, ours, peer)
-    return [Result("%d jobs of `true`, %d workers" % (count, workers), "jobs/s", *found, 1.0)]
+    places = [("on the disk", settings.scratch)]
+    if settings.memory:
+        places.append(("in memory", settings.memory))
+    *found, theirs = in_turns(settings, *(functools.partial(ours, below) for _, below in places),
+                              peer)
+    return [Result("{:,} jobs of `true`, {} workers, folders {}".format(
+                count, workers, place), "jobs/s", figure, theirs, 1.0)
+            for (place, _), figure in zip(places, found)]
 
 
 def blocked(settings):
