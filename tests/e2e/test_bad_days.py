@@ -106,23 +106,28 @@ def fill(path):
 
 
 def test_full_disk(services, small_disk):
-    """A job that cannot be written fails, and the service goes on."""
+    """A job that cannot be written down fails, and the service goes on."""
     service = services.start(cache_path=small_disk / "cache")
+    trace = service.folder / "trace"
     before = service.run("put index.x3d x", uid="before")
     service.wait_done(before)
     fill(small_disk / "filler")
-    job = service.run("put index.x3d x", uid="full")
-    wait_for(lambda: service.counters()[0] == 0, "the job's end")
+    # Its tool would write nothing to that disk.
+    job = service.run("append %s x" % trace, uid="full")
+    wait_for(lambda: service.counters() == (0, 1, 1), "the job's end")
     assert service.state(job) == "ERROR"
-    assert service.counters() == (0, 1, 1)
+    assert not trace.exists()
     assert service.deliver("%d/index.x3d" % before).text == "x"
     assert service.get("/job").status_code == 200
     (small_disk / "filler").unlink()
-    # Submitted again it runs, as any failed job does.
-    service.run("put index.x3d x", uid="full")
+    # Submitted again it runs, as any failed job does, and is there after a restart.
+    service.run("true", uid="full")
     service.wait_done(job)
     assert service.state(job) == "CLOSED"
-    assert service.deliver("%d/index.x3d" % job).text == "x"
+    assert trace.read_text() == "x\n"
+    service.stop()
+    service.restart()
+    assert service.state(job) == "CLOSED"
 
 
 def test_no_inodes(services, small_disk):
