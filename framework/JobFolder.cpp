@@ -5,19 +5,47 @@
 
 #include <boost/filesystem.hpp>
 #include <boost/lexical_cast/try_lexical_convert.hpp>
+#include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
-#include <fstream>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace OstrandService {
+
+namespace {
+
+constexpr mode_t everybody = 0644; ///< rights of a new file: all may read it
+constexpr mode_t ownerOnly = 0600;
+
+/// Writes `text` into a file, which is made if missing; `how` is O_TRUNC or O_APPEND. What is no
+/// regular file is left alone, and never waited for: a tool may leave a pipe of any name behind.
+void rewrite(const std::string& path, const std::string& text, int how, mode_t rights) {
+    const int file =
+        ::open(path.c_str(), O_WRONLY | O_CREAT | O_NONBLOCK | O_CLOEXEC | O_NOCTTY | how, rights);
+    if (file < 0)
+        return;
+    struct stat status {};
+    const bool regular = ::fstat(file, &status) == 0 && S_ISREG(status.st_mode);
+    for (std::size_t done = 0; regular && done < text.size();) {
+        const ssize_t count = ::write(file, text.data() + done, text.size() - done);
+        if (count < 0 && errno != EINTR)
+            break;
+        done += count > 0 ? static_cast<std::size_t>(count) : 0;
+    }
+    ::close(file);
+}
+
+} // namespace
 
 void JobFolder::create(const std::string& path, const std::string& meta) {
     boost::system::error_code error;
     const bool made = boost::filesystem::create_directory(path, error);
     if (error)
         return;
+    // A folder that stood in the way may hold the state of a job that nobody knows any more.
+    if (!made)
+        ::unlink((path + "/.status").c_str());
     // On a full disk the folder goes again: the job then fails when its tool is started there, and
     // does not end well only to be unknown after a restart.
     if (!OstrandHub::writeFileAtomically(path + "/.meta", meta) && made)
@@ -25,8 +53,7 @@ void JobFolder::create(const std::string& path, const std::string& meta) {
 }
 
 void JobFolder::markPartial(const std::string& path) {
-    if (std::FILE* const file = std::fopen((path + "/.partial").c_str(), "we"))
-        std::fclose(file);
+    rewrite(path + "/.partial", "", O_TRUNC, everybody);
 }
 
 void JobFolder::clearPartial(const std::string& path) {
@@ -34,20 +61,18 @@ void JobFolder::clearPartial(const std::string& path) {
 }
 
 void JobFolder::writeJobId(const std::string& path, std::uint32_t id, const std::string& service) {
-    std::ofstream(path + "/jobId", std::ios::binary | std::ios::trunc)
-        << std::to_string(id) << "@" << service;
+    rewrite(path + "/jobId", std::to_string(id) + "@" + service, O_TRUNC, everybody);
 }
 
 void JobFolder::writeCookies(const std::string& path, const Cookies& cookies) {
-    const std::string file = path + "/.cookie";
-    // Made with the rights it is to have, before anything is in it.
-    const int made = ::open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-    if (made < 0)
-        return;
-    ::close(made);
-    std::ofstream out(file, std::ios::binary | std::ios::trunc);
+    std::string text;
     for (const auto& cookie : cookies)
-        out << cookie.first << "\n" << cookie.second << "\n";
+        text += cookie.first + "\n" + cookie.second + "\n";
+    rewrite(path + "/.cookie", text, O_TRUNC, ownerOnly);
+}
+
+void JobFolder::appendConsole(const std::string& path, const std::string& text) {
+    rewrite(path, text, O_APPEND, everybody);
 }
 
 void JobFolder::removeAll(const std::string& cachePath) {

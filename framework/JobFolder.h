@@ -32,6 +32,9 @@ public:
     /// the value, on a line each.
     static void writeCookies(const std::string& path, const Cookies& cookies);
 
+    /// Appends a text to the console file `path`.
+    static void appendConsole(const std::string& path, const std::string& text);
+
     /// Removes, below the cache folder `cachePath`, each folder whose name is a number and that
     /// holds ".meta": the rest is no job's and stays. Tells each step on standard error. Throws
     /// where a folder can't be removed.

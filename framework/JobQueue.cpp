@@ -1,5 +1,7 @@
 #include "framework/JobQueue.h"
 
+#include <utility>
+
 namespace OstrandService {
 
 void JobQueue::pushBack(const Job& job) {

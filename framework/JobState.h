@@ -6,7 +6,7 @@
 namespace OstrandService {
 
 /// State of a framework job. The numbers are what the file ".status" of a job folder holds and must
-/// not change. Any 32-bit value can come from a file, hence the fixed type.
+/// not change. The type is fixed so that other numbers are defined values too.
 enum class JobState : std::uint32_t {
     OPEN = 0,                ///< accepted, waits for a worker
     IN_PROCESS = 1,          ///< a worker has it; stays for good where the job has no commands

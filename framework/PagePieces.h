@@ -4,8 +4,7 @@
 #include <string>
 
 /// Pieces of HTML that more than one page shares. Pure functions, for any thread; they return text
-/// and escape nothing. Elements that stay open are kept so: pages and scripts that read them know
-/// no other form.
+/// and escape nothing. Elements that stay open are part of the pages' settled form.
 namespace OstrandService::PagePieces {
 
 /// The head of a front page: opening tags, `title` and the line below it.

@@ -9,7 +9,8 @@ class Reply;
 namespace OstrandService {
 
 /// A file as a result server sends it: regular files only, opened without blocking, so that a pipe
-/// that a tool left in its folder stops no thread. Nothing here throws but std::bad_alloc.
+/// that a tool left in its folder stops no thread. Nothing here throws: a file that
+/// memory does not hold can't be read.
 class ResultFile {
 public:
     /// Reads the whole file into `body`. False, and `body` is empty, where it can't be read.

@@ -1,12 +1,12 @@
 #include "framework/ServiceJobBase.h"
 
+#include "framework/JobFolder.h"
 #include "framework/StatusFile.h"
 #include "framework/ToolEnvironment.h"
 #include "platform/hub/AtomicFile.h"
 #include "platform/hub/HubFiles.h"
 #include "platform/kestrel/ToolProcess.h"
 
-#include <fstream>
 #include <iostream>
 
 namespace OstrandService {
@@ -78,7 +78,7 @@ void ServiceJobBase::runCommand(const std::vector<std::string>& command,
 
 void ServiceJobBase::reportStartFailure(const std::string& consolePath) const {
     std::cout << spawnError << std::flush;
-    std::ofstream(consolePath, std::ios::binary | std::ios::app) << spawnError;
+    JobFolder::appendConsole(consolePath, spawnError);
 }
 
 // The state is set while the tool still counts as running and is cleared after it: a stop that
@@ -86,13 +86,20 @@ void ServiceJobBase::reportStartFailure(const std::string& consolePath) const {
 // for. The ended process is kept by the system until the reap, so that such a stop hits no
 // stranger.
 void ServiceJobBase::endCommand(const std::shared_ptr<Kestrel::ToolProcess>& tool) {
+    struct Release {
+        ~Release() {
+            const std::lock_guard<std::mutex> lock(job.processMutex);
+            tool.reap();
+            // A job that was queued twice may run on two workers; each clears only its own tool.
+            if (job.process.get() == &tool)
+                job.process.reset();
+        }
+        ServiceJobBase& job;
+        Kestrel::ToolProcess& tool;
+    };
+    const Release release{*this, *tool};
     const std::optional<int> exitCode = tool->waitForEnd();
     setState(exitCode && *exitCode == 0 ? JobState::CLOSED : JobState::ERROR);
-    const std::lock_guard<std::mutex> lock(processMutex);
-    tool->reap();
-    // A job that was queued twice may run on two workers; each clears only its own tool.
-    if (process == tool)
-        process.reset();
 }
 
 void ServiceJobBase::kill() {
@@ -115,7 +122,11 @@ void ServiceJobBase::readStatus() {
 }
 
 void ServiceJobBase::writeStatus() const {
-    OstrandHub::writeFileAtomically(workDir() + "/.status", StatusFile::format(state));
+    writeStatus(state);
+}
+
+void ServiceJobBase::writeStatus(JobState written) const {
+    OstrandHub::writeFileAtomically(workDir() + "/.status", StatusFile::format(written));
 }
 
 } // namespace OstrandService

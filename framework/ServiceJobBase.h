@@ -75,6 +75,9 @@ public:
     std::atomic<std::uint32_t> id{0};        ///< place in the provider's job table
 
 protected:
+    /// The same for another state, which the job is about to take.
+    void writeStatus(JobState written) const;
+
     ServiceJobBase();
     ~ServiceJobBase();
     ServiceJobBase(const ServiceJobBase&) = delete;
@@ -87,7 +90,8 @@ private:
     mutable std::mutex workDirMutex; ///< guards `folder`; never held over a file operation
     std::string folder = ".";
 
-    std::mutex processMutex; ///< guards `process`; kill() holds it while it sets the state
+    std::mutex processMutex; ///< guards `process`; kill() holds it while it sets the state, a file
+                             ///< write included: only kill() and the end of a tool wait for it
     std::shared_ptr<Kestrel::ToolProcess> process; ///< the running tool, set only while one runs
 };
 

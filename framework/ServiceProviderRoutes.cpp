@@ -57,7 +57,7 @@ bool ServiceProvider::handleJobRequest(const Request& request, Reply& reply) {
 
 // The index counts elements that are skipped too, and the bodies go in as they stand: the answer
 // to [1,{...}] begins with "[,[", and a body with a quote or a line end in it leaves no valid JSON.
-// Hubs read the answer by position and rely on that form.
+// That form is part of the interface.
 void ServiceProvider::addJobBatch(const Request& request, const picojson::array& batch,
                                   Reply& reply) {
     std::string text = "[";

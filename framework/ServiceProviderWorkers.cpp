@@ -2,6 +2,7 @@
 #include "framework/ServiceProvider.h"
 #include "platform/hub/MessageLog.h"
 
+#include <cstdio>
 #include <exception>
 
 namespace OstrandService {
@@ -11,11 +12,16 @@ void ServiceProvider::workerLoop() {
         Job job = jobQueue.pop();
         if (!job)
             continue;
-        if (job->state == JobState::MARKED_FOR_DELETION) {
-            job->cleanup();
-            jobRemoved(job);
-        } else {
-            workOn(job);
+        try {
+            if (job->state == JobState::MARKED_FOR_DELETION) {
+                job->cleanup();
+                jobRemoved(job);
+            } else {
+                workOn(job);
+            }
+        } catch (...) {
+            // Out of memory at the worst. One job suffers, the worker lives on.
+            std::fprintf(stderr, "a worker failed on job %u\n", static_cast<unsigned>(job->id));
         }
     }
 }
@@ -24,7 +30,7 @@ void ServiceProvider::workOn(Job& job) {
     try {
         job->run();
     } catch (const std::exception& error) {
-        // Out of memory at the worst. One job ends, the worker lives on.
+        job->state = JobState::ERROR;
         MessageLog::the()->log("job " + std::to_string(job->id) + " failed: " + error.what());
         job->setState(JobState::ERROR);
     }

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <deque>
+#include <exception>
 #include <future>
 #include <optional>
 #include <system_error>
@@ -89,16 +90,23 @@ std::string HubSender::State::deliver(const HubMessage& message) {
 void HubSender::State::run() {
     while (std::optional<Item> item = next()) {
         const HubClock::TimePoint begin = clock->now();
-        const std::string reason = deliver(item->message);
-        if (!reason.empty())
-            logFailure(item->message, reason);
+        bool left = false;
+        try {
+            const std::string reason = deliver(item->message);
+            left = reason.empty();
+            if (!left)
+                logFailure(item->message, reason);
+        } catch (const std::exception&) {
+            // Out of memory: one message is lost, the next renewal comes.
+            left = false;
+        }
         due.reset();
         if (item->renewal.count() > 0) {
             renewed = item->message;
             interval = item->renewal;
             due = begin + interval;
         }
-        item->left.set_value(reason.empty());
+        item->left.set_value(left);
     }
     const std::lock_guard<std::mutex> guard(mutex);
     finished = true;

@@ -46,15 +46,17 @@ std::string obtainIdentifier(const std::string& cacheRoot, bool shortId) {
 }
 
 /// The identifier under which a registration document announces the service; `fallback` where it
-/// can't be read out of it.
+/// names none. Read as text: a document whose group or host holds a quote is no JSON.
 std::string announcedIdentifier(const std::string& document, const std::string& fallback) {
-    picojson::value value;
-    if (!OstrandHub::parseJson(document, value) || !value.is<picojson::object>())
+    const std::string key = "\"ProviderId\"";
+    const std::size_t at = document.rfind(key);
+    if (at == std::string::npos)
         return fallback;
-    const picojson::value& provider = value.get("ServiceProvider");
-    if (!provider.is<picojson::object>() || !provider.get("ProviderId").is<std::string>())
+    const std::size_t begin = document.find('"', at + key.size());
+    if (begin == std::string::npos)
         return fallback;
-    return provider.get("ProviderId").get<std::string>();
+    const std::size_t end = document.find('"', begin + 1);
+    return end == std::string::npos ? fallback : document.substr(begin + 1, end - begin - 1);
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <exception>
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
@@ -70,6 +71,14 @@ bool canBeHandedOver(const std::vector<std::string>& words) {
 } // namespace
 
 std::unique_ptr<ToolProcess> ToolProcess::start(const ToolStart& what) {
+    try {
+        return startOrThrow(what);
+    } catch (const std::exception&) {
+        return nullptr; // out of memory
+    }
+}
+
+std::unique_ptr<ToolProcess> ToolProcess::startOrThrow(const ToolStart& what) {
     const auto words = CommandLine::split(what.commandLine);
     if (!words || !canBeHandedOver(*words))
         return nullptr;

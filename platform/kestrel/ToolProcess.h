@@ -27,8 +27,8 @@ struct ToolStart {
 /// started with, and no other open file of the service. A console file that can't be opened does
 /// not keep the tool from starting: its output then goes to the null device.
 ///
-/// The file limit is set from outside just after the start. A tool that starts a program of its
-/// own within its first microseconds may pass the service's raised limit on to that one.
+/// The file limit is set from outside just after the start: on a busy machine a tool may have seen
+/// the service's raised limit by then, or passed it on to a program of its own.
 ///
 /// One thread owns the object, waits and reaps; terminate() may be called by any thread meanwhile.
 /// The order of the owner is: waitForEnd(), whatever must be seen while the tool still counts as
@@ -67,6 +67,8 @@ public:
     static void raiseFileLimit();
 
 private:
+    static std::unique_ptr<ToolProcess> startOrThrow(const ToolStart& what);
+
     ToolProcess() = default;
 
     /// Takes over a child that has just been started.

@@ -23,9 +23,13 @@ void TlsConnection::startHandshake() {
 }
 
 void TlsConnection::startRead(char* data, std::size_t size) {
-    channel.async_read_some(
-        boost::asio::buffer(data, size),
-        [self = self()](const Error& failure, std::size_t count) { self->onRead(failure, count); });
+    const auto done = [self = self()](const Error& failure, std::size_t count) {
+        self->onRead(failure, count);
+    };
+    if (draining)
+        channel.next_layer().async_read_some(boost::asio::buffer(data, size), done);
+    else
+        channel.async_read_some(boost::asio::buffer(data, size), done);
 }
 
 std::size_t TlsConnection::trySend(const Pieces&, Error& failure) {
@@ -39,10 +43,19 @@ void TlsConnection::startSend(const Pieces& pieces) {
     });
 }
 
-void TlsConnection::startClose(char*, std::size_t) {
-    channel.async_shutdown([self = self()](const Error&) {
-        // The client's own farewell, or anything else, is the end.
-        self->onRead(boost::asio::error::eof, 0);
+void TlsConnection::startClose(char* data, std::size_t size) {
+    channel.async_shutdown([self = self(), data, size](const Error& failure) {
+        if (failure.category() != boost::asio::error::get_ssl_category() || !failure) {
+            // The client's own farewell, or its end.
+            self->onRead(boost::asio::error::eof, 0);
+            return;
+        }
+        // It still sends, which no longer counts: read on below the encryption, so that closing
+        // with unread input does not take the reply back.
+        self->draining = true;
+        Error ignored;
+        self->channel.next_layer().shutdown(Socket::shutdown_send, ignored);
+        self->startRead(data, size);
     });
 }
 

@@ -25,6 +25,7 @@ private:
     std::shared_ptr<TlsConnection> self();
 
     boost::asio::ssl::stream<Socket> channel;
+    bool draining = false; ///< what still comes is read below the encryption
 };
 
 } // namespace Portico

@@ -14,6 +14,7 @@ void WebServer::addPage(const std::string& path, const WebPage& page) {
 
 void WebServer::clearPages() {
     pages.clear();
+    std::string().swap(realm);
 }
 
 } // namespace Portico

@@ -27,7 +27,7 @@ public:
     /// Stores a clone of `page` under `path`; see PageTable.
     void addPage(const std::string& path, const WebPage& page);
 
-    /// Drops all pages; only while the server does not run.
+    /// Drops all pages and the name; only while the server does not run.
     void clearPages();
 
 protected:

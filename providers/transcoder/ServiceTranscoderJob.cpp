@@ -42,13 +42,9 @@ ServiceTranscoderJob::create(const picojson::value& v, const std::string& provid
 
 void ServiceTranscoderJob::setState(JobState newState) {
     const std::lock_guard<std::mutex> lock(stateMutex);
+    // First on disk: who is told of a state finds it there, and so does a restart.
+    writeStatus(newState);
     ServiceJobBase::setState(newState);
-    writeStatus();
-}
-
-JobState ServiceTranscoderJob::settledState() const {
-    const std::lock_guard<std::mutex> lock(stateMutex);
-    return state;
 }
 
 void ServiceTranscoderJob::getCommands(Commands& commands) {
@@ -93,7 +89,7 @@ void ServiceTranscoderJob::clearPartial() {
 }
 
 // The whitelist is compared with the beginning of the whole "name=value", and what is kept is put
-// together with nothing in between: tools that read the cookies know that form.
+// together with nothing in between: that form is what tools are given.
 void ServiceTranscoderJob::setCookies(const std::string& header) {
     if (header.empty())
         return;

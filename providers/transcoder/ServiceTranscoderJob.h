@@ -27,8 +27,8 @@ public:
     static boost::shared_ptr<ServiceTranscoderJob> create(const picojson::value& v,
                                                           const std::string& providerId);
 
-    /// Stores the state and writes it to ".status", in one step: the file always tells the last
-    /// state, whichever threads set it.
+    /// Writes the state to ".status" and stores it, in one step: the file always tells the last
+    /// state, whichever threads set it, and nobody is told of one that is not on disk.
     void setState(JobState newState) override;
 
     /// Appends the command lines of a command batch, as the client wrote them; none for other jobs.
@@ -60,9 +60,6 @@ public:
     /// Fills in the answer to a submission; `base` is the URL of the result server.
     void writeJobReply(Portico::ProtocolHTTP::Reply& reply, const std::string& base) const;
 
-    /// The state as it is on disk too: waits for a setState() under way.
-    JobState settledState() const;
-
     /// Between these two the thread that brought the job makes its folder and queues it; another
     /// one that was given the same job waits in awaitAcceptance() until that is done, so that no
     /// answer speaks of a job that is not on disk.
@@ -75,7 +72,7 @@ private:
     ~ServiceTranscoderJob() = default;
     static void destroy(ServiceTranscoderJob* job);
 
-    mutable std::mutex stateMutex; ///< held over storing the state and writing the file
+    std::mutex stateMutex; ///< held over storing the state and writing the file
 
     mutable std::mutex textMutex; ///< guards the two texts; never held over a file operation
     std::string cookieHeader;     ///< whitelisted part of the "Cookie" header

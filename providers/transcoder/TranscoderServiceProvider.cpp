@@ -59,7 +59,7 @@ bool TranscoderServiceProvider::addJob(const Request& request, const picojson::v
             job->awaitAcceptance();
         // Only the wish to run again is the new request's; description, commands and form of the
         // answer stay those of the job that was there.
-        if (isNew || mayRunAgain(job->settledState()) || incoming->desc.rerun) {
+        if (isNew || mayRunAgain(job->state) || incoming->desc.rerun) {
             // Also for a job that lost its folder, or never got one on a full disk: what is
             // answered must be there after a restart.
             if (isNew || !JobFolder::exists(job->workDir() + "/.meta"))

@@ -72,7 +72,13 @@ bool TranscoderServiceProvider::init(const po::variables_map& vm) {
         TranscoderJobDesc::secCmdDefaultReplyType = ReplyType::Origin;
     // Before the delivery address is known, and with today's whitelists: a job of old that they
     // refuse is skipped.
-    loadOldJobs();
+    try {
+        loadOldJobs();
+    } catch (const std::exception& error) {
+        std::cout << std::endl;
+        std::fprintf(stderr, "cannot read old jobs : %s\n", error.what());
+        return false;
+    }
     OstrandService& host = OstrandService::the();
     if (deliveryUrl.empty())
         deliveryUrl = "http://" + host.getHost() + ":" + defaultDeliveryPort();
