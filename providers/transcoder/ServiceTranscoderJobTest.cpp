@@ -80,6 +80,9 @@ TEST_F(ServiceTranscoderJobTest, WritesTheDescriptionsCookiesInKeyOrder) {
     prepared("{\"uid\":\"u\",\"commands\":[],\"cookies\":{\"b\":\"2 x\",\"a\":\"\"}}");
     EXPECT_EQ(folder.read("12/.cookie"), "a\n\nb\n2 x\n");
     EXPECT_FALSE(folder.has("12/.partial"));
+    // They may open a session elsewhere: nobody but the service's user reads them.
+    EXPECT_EQ(boost::filesystem::status(folder.path("12/.cookie")).permissions(),
+              boost::filesystem::owner_read | boost::filesystem::owner_write);
 }
 
 TEST_F(ServiceTranscoderJobTest, MovesIntoAFolderThatIsThere) {
@@ -137,7 +140,7 @@ TEST_F(ServiceTranscoderJobTest, EveryStateIsOnDiskAtOnce) {
                              "\"sh -c 'cp .status two; exit 1'\"]}");
     job->setState(JobState::OPEN);
     EXPECT_EQ(folder.read("12/.status"), "{ \"status\" : 0 }\n");
-    EXPECT_EQ(job->settledState(), JobState::OPEN);
+    EXPECT_EQ(job->state.load(), JobState::OPEN);
     job->run();
     EXPECT_EQ(folder.read("12/one"), "{ \"status\" : 1 }\n");
     EXPECT_EQ(folder.read("12/two"), "{ \"status\" : 3 }\n");

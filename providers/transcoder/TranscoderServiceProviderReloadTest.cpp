@@ -333,7 +333,7 @@ TEST_F(TranscoderClearTest, LosesNoJobThatIsBeingSubmitted) {
     std::atomic<int> failed{0};
     for (int i = 0; i < 3; ++i) {
         clients.emplace_back([&, i] {
-            for (int k = 0; k < 40; ++k) {
+            for (int k = 0; k < 20; ++k) {
                 const std::string name = std::to_string(i) + "." + std::to_string(k);
                 const std::string proof = folder.path("ran." + name);
                 post("{\"uid\":\"" + name + "\",\"commands\":[\"sh -c 'test -e .meta && : >" +

@@ -181,6 +181,19 @@ TEST_F(TranscoderSubmissionTest, FailsAJobWhoseFolderCannotBeMade) {
     EXPECT_EQ(counters(), "0 1 1");
 }
 
+// What is answered must be there after a restart.
+TEST_F(TranscoderSubmissionTest, JobThatLostItsFolderGetsANewOne) {
+    ASSERT_TRUE(init());
+    post(batch("u", "true"));
+    job(1)->setState(JobState::ERROR);
+    boost::filesystem::remove_all(folder.path("cache/P/1"));
+    EXPECT_EQ(submit(batch("u", "false")), "1");
+    EXPECT_EQ(folder.read("cache/P/1/.meta"), "{\"commands\":[\"true\"],\"uid\":\"u\"}");
+    EXPECT_EQ(folder.read("cache/P/1/.status"), "{ \"status\" : 0 }\n");
+    EXPECT_TRUE(folder.has("cache/P/1/.partial"));
+    EXPECT_TRUE(folder.has("cache/P/1/acc"));
+}
+
 TEST_F(TranscoderSubmissionTest, AnswerFollowsTheClientsHost) {
     ASSERT_TRUE(init({"--replyorigin", "--delivery_service", "https://other:444/x"}));
     Request request;
