@@ -66,5 +66,41 @@ TEST_F(JobFolderTest, FollowsLinksToFolders) {
     EXPECT_TRUE(JobFolder::isFolder(folder.path("link")));
 }
 
+// Opening a pipe for writing waits for its reader, and nobody reads these.
+TEST_F(JobFolderTest, PipesOfTheFilesNamesStopNobody) {
+    for (const char* name : {".partial", "jobId", ".cookie", "console.txt"})
+        ASSERT_EQ(::mkfifo(folder.path(name).c_str(), 0600), 0);
+    JobFolder::markPartial(folder.path());
+    JobFolder::writeJobId(folder.path(), 1, "P");
+    JobFolder::writeCookies(folder.path(), {{"a", "b"}});
+    JobFolder::appendConsole(folder.path("console.txt"), "text");
+    struct stat status {};
+    for (const char* name : {".partial", "jobId", ".cookie", "console.txt"}) {
+        ASSERT_EQ(::lstat(folder.path(name).c_str(), &status), 0);
+        EXPECT_TRUE(S_ISFIFO(status.st_mode)) << name;
+    }
+}
+
+TEST_F(JobFolderTest, CookiesAreForTheServicesUserAlone) {
+    JobFolder::writeCookies(folder.path(), {{"a", "1"}, {"b", "2"}});
+    EXPECT_EQ(folder.read(".cookie"), "a\n1\nb\n2\n");
+    struct stat status {};
+    ASSERT_EQ(::stat(folder.path(".cookie").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0600u);
+}
+
+TEST_F(JobFolderTest, ConsoleIsAppendedTo) {
+    JobFolder::appendConsole(folder.path("console.txt"), "a");
+    JobFolder::appendConsole(folder.path("console.txt"), "b");
+    EXPECT_EQ(folder.read("console.txt"), "ab");
+}
+
+TEST_F(JobFolderTest, StateOfAFormerOwnerGoesWithTheNewDescription) {
+    folder.write("7/.status", "{ \"status\" : 3 }\n");
+    JobFolder::create(folder.path("7"), "{}");
+    EXPECT_EQ(folder.read("7/.meta"), "{}");
+    EXPECT_FALSE(folder.has("7/.status"));
+}
+
 } // namespace
 } // namespace OstrandService

@@ -40,11 +40,10 @@ TEST_F(NumberedFoldersTest, LeavesOutWhatIsNoFolderOrNoNumber) {
     EXPECT_EQ(numberedFolders<std::int64_t>(folder.path()).back().first, 2147483648);
 }
 
-TEST_F(NumberedFoldersTest, IsEmptyWhereThereIsNothingToRead) {
-    EXPECT_TRUE(numberedFolders<std::int32_t>(folder.path()).empty());
-    EXPECT_TRUE(numberedFolders<std::int32_t>(folder.path("none")).empty());
+TEST_F(NumberedFoldersTest, ThrowsWhereTheFolderCannotBeRead) {
+    EXPECT_ANY_THROW(numberedFolders<std::int32_t>(folder.path("none")));
     folder.write("file", "");
-    EXPECT_TRUE(numberedFolders<std::int32_t>(folder.path("file")).empty());
+    EXPECT_ANY_THROW(numberedFolders<std::int32_t>(folder.path("file")));
 }
 
 } // namespace

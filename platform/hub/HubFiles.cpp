@@ -13,23 +13,22 @@ namespace {
 
 constexpr std::size_t blockSize = 65536;
 
-/// Reads from `fd` to its end, whatever its size was said to be: some of the kernel's files have
-/// none.
+/// Reads from `fd` as many bytes as it held when it was opened; what a tool appends meanwhile is
+/// not followed, for that may never end. Of a file without a size, as the kernel's own are, one
+/// block is read.
 bool readAll(int fd, std::size_t expected, std::string& out) {
-    out.reserve(expected + 1);
-    for (;;) {
-        const std::size_t filled = out.size();
-        const std::size_t left = expected > filled ? expected - filled : 0;
-        // One byte more than expected, so that the end is mostly met without a second allocation.
-        out.resize(filled + (left > 0 ? left + 1 : blockSize));
+    out.resize(expected > 0 ? expected : blockSize);
+    std::size_t filled = 0;
+    while (filled < out.size()) {
         const ssize_t got = ::read(fd, &out[filled], out.size() - filled);
-        const int error = errno;
-        out.resize(filled + (got > 0 ? static_cast<std::size_t>(got) : 0));
-        if (got == 0)
-            return true;
-        if (got < 0 && error != EINTR)
+        if (got < 0 && errno != EINTR)
             return false;
+        if (got == 0)
+            break;
+        filled += got > 0 ? static_cast<std::size_t>(got) : 0;
     }
+    out.resize(filled);
+    return true;
 }
 
 bool readRegularFile(int fd, std::string& out) {

@@ -54,9 +54,9 @@ bool TranscoderServiceProvider::addJob(const Request& request, const picojson::v
     {
         const Transition transition(transitions);
         const bool isNew = insertOrFind(job);
-        const AcceptanceGuard acceptance(isNew ? job.get() : nullptr);
         if (!isNew)
             job->awaitAcceptance();
+        AcceptanceGuard acceptance(*job, isNew);
         // Only the wish to run again is the new request's; description, commands and form of the
         // answer stay those of the job that was there.
         if (isNew || mayRunAgain(job->state) || incoming->desc.rerun) {
@@ -66,6 +66,7 @@ bool TranscoderServiceProvider::addJob(const Request& request, const picojson::v
                 job->prepare(cachePath);
             queueJob(job, request.header().getParam("Cookie", ""));
         }
+        acceptance.succeeded();
     }
     job->writeJobReply(reply, replyBase(request, job));
     return true;

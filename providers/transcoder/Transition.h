@@ -19,20 +19,28 @@ private:
     std::atomic<std::uint32_t>& counter;
 };
 
-/// Ends the acceptance of a job, if there is one, when it goes out of scope: nobody may be left
-/// waiting for it.
+/// Ends the acceptance of a job when it goes out of scope: nobody may be left waiting for it.
+/// Without succeeded() before, the job is in ERROR then, and the next submission of its uid runs
+/// it.
 class AcceptanceGuard {
 public:
-    explicit AcceptanceGuard(ServiceTranscoderJob* accepted) : job(accepted) {}
+    /// `own` tells that this thread has brought the job, and others wait for it.
+    AcceptanceGuard(ServiceTranscoderJob& accepted, bool own) : job(accepted), isOwn(own) {}
     ~AcceptanceGuard() {
-        if (job)
-            job->endAcceptance();
+        if (!success)
+            job.state = JobState::ERROR;
+        if (isOwn)
+            job.endAcceptance();
     }
     AcceptanceGuard(const AcceptanceGuard&) = delete;
     AcceptanceGuard& operator=(const AcceptanceGuard&) = delete;
 
+    void succeeded() { success = true; }
+
 private:
-    ServiceTranscoderJob* job;
+    ServiceTranscoderJob& job;
+    const bool isOwn;
+    bool success = false;
 };
 
 } // namespace OstrandService
