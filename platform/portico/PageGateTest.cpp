@@ -60,6 +60,7 @@ TEST(PageGate, losesNobodyAmongManyThreads) {
         inside.fetch_sub(1);
     };
     std::vector<std::thread> threads;
+    threads.reserve(threadCount);
     for (int i = 0; i < threadCount; ++i) {
         threads.emplace_back([&] {
             for (int round = 0; round < rounds; ++round) {

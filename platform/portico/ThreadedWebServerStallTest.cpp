@@ -2,6 +2,8 @@
 #include "platform/portico/support/TestServer.h"
 
 #include <boost/filesystem.hpp>
+#include <cstddef>
+#include <cstdint>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <string>
@@ -17,6 +19,7 @@ const std::string blockRequest = "GET /block HTTP/1.1\r\nHost: h\r\n\r\n";
 
 std::vector<RawClient> blockedClients(unsigned short port, int count) {
     std::vector<RawClient> clients;
+    clients.reserve(static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i) {
         clients.emplace_back(port);
         EXPECT_TRUE(clients.back().send(blockRequest));
@@ -120,6 +123,7 @@ TEST(ThreadedWebServerStall, readsFromManySlowClientsWithoutAThreadForEach) {
     const unsigned short port = test.start();
     const long before = countThreads();
     std::vector<RawClient> clients;
+    clients.reserve(400);
     for (int i = 0; i < 400; ++i) {
         clients.emplace_back(port);
         clients.back().send(i % 2 == 0

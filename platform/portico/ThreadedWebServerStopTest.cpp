@@ -137,6 +137,7 @@ TEST(ThreadedWebServerStop, tearsNoReplyUnderLoad) {
         std::atomic<int> served{0};
         std::atomic<int> torn{0};
         std::vector<std::thread> clients;
+        clients.reserve(6);
         for (int i = 0; i < 6; ++i) {
             clients.emplace_back([&, i] {
                 const std::string path = i % 2 == 0 ? "/hello" : "/large";
