@@ -3,6 +3,7 @@
 // The library prints its string views and does not include this itself.
 #include <ostream>
 
+#include <algorithm>
 #include <array>
 #include <boost/beast/http/status.hpp>
 #include <cstring>
@@ -25,15 +26,17 @@ bool isReserved(const std::string& name) {
 }
 
 /// What would end a line, and so begin a header, or a reply, of somebody else's making.
+bool isUnwanted(char c) {
+    return c == '\r' || c == '\n' || c == '\0';
+}
+
+/// Appends what is left of a text without such characters, which next to none has.
 void appendClean(std::string& out, const std::string& text) {
-    static constexpr char unwanted[] = {'\r', '\n', '\0'};
-    std::size_t at = 0;
-    while (at < text.size()) {
-        std::size_t end = text.find_first_of(unwanted, at, sizeof unwanted);
-        if (end == std::string::npos)
-            end = text.size();
-        out.append(text, at, end - at);
-        at = end + 1;
+    auto from = text.begin();
+    while (from != text.end()) {
+        const auto end = std::find_if(from, text.end(), isUnwanted);
+        out.append(from, end);
+        from = std::find_if_not(end, text.end(), isUnwanted);
     }
 }
 
