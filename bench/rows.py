@@ -77,7 +77,7 @@ def expect(port, path, code, length):
 
 def against(settings, what, wanted, connections, ours, peer):
     """Requests a second of two (port, path), one after the other in each round."""
-    seconds = settings.size(5, 1)
+    seconds = settings.size(5, 2)
     results = in_turns(settings, lambda: peers.wrk(*ours, connections, seconds),
                        lambda: peers.wrk(*peer, connections, seconds))
     return [Result(what, "requests/s", *results, wanted)]
