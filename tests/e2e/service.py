@@ -24,6 +24,13 @@ _REPORT = re.compile(r"ERROR: AddressSanitizer|ERROR: LeakSanitizer|WARNING: Thr
                      r"FATAL: ThreadSanitizer")
 
 
+def sanitizer():
+    """The sanitizer that the program was built with: "address", "thread" or ""."""
+    found = re.search(r"^OSTRAND_SANITIZER:\w+=(.*)$", (BUILD / "CMakeCache.txt").read_text(),
+                      re.MULTILINE)
+    return found.group(1) if found else ""
+
+
 def sanitizer_report(text):
     """The text from the first report of a sanitizer on, or None."""
     found = _REPORT.search(text)
@@ -143,7 +150,7 @@ class Service:
     def wait_for_end(self, seconds=None):
         """Waits for the process to end by itself; returns its exit status."""
         process = self.process
-        wait_for(self.has_ended, "the service to end", seconds)
+        wait_for(self.has_ended, self.why_not_ended, seconds)
         self.forget_process()
         return process.returncode
 
@@ -159,6 +166,10 @@ class Service:
         report = sanitizer_report(self.stderr())
         assert not report, report
 
+    def why_not_ended(self):
+        return "the service to end; its tools: %s, standard error: %s" % (
+            self.tools(), self.stderr()[-3000:])
+
     def restart(self):
         return self.start()
 
@@ -173,7 +184,7 @@ class Service:
         try:
             if self.process is not None:
                 # A worker that was freed of its tool may have taken up its next job.
-                wait_for(lambda: self.has_ended() or self.end_tools(), "the service to end")
+                wait_for(lambda: self.has_ended() or self.end_tools(), self.why_not_ended)
                 self.stop()
         finally:
             if self.process is not None:
@@ -192,12 +203,16 @@ class Service:
     def tools(self):
         """The processes of this service's tools, also of those that have lost their parent."""
         mark = b"OSTRAND_TEST_FOLDER=" + os.fsencode(str(self.folder)) + b"\0"
-        own = self.process.pid if self.process else None
+        program = str((BUILD / self.link).resolve())
         found = []
         for entry in os.listdir("/proc"):
-            if not entry.isdigit() or int(entry) in (own, os.getpid()):
+            if not entry.isdigit() or int(entry) == os.getpid():
                 continue
             try:
+                # Neither the service nor what shares its memory for a moment: a child that has not
+                # become its tool yet, or the helper with which the leak checker looks around.
+                if os.readlink("/proc/%s/exe" % entry) == program:
+                    continue
                 with open("/proc/%s/environ" % entry, "rb") as environment:
                     if mark in environment.read() + b"\0":
                         found.append(int(entry))

@@ -10,6 +10,7 @@ import time
 import pytest
 
 from raw_http import Connection, ask, request, seconds_of
+from service import sanitizer
 from waiting import PATIENCE, stays, wait_for
 
 KIB = 1024
@@ -531,6 +532,9 @@ def test_many_connections(services):
 
 def test_full_table_of_files(services):
     """New connections wait, without a loop that burns the processor, and are served later."""
+    if sanitizer() == "address":
+        pytest.skip("the check of virtual calls opens a pipe of its own, and without takes every "
+                    "object for a broken one")
     limit = 120
     service = services.start(listen_threads=4, prefix=["prlimit", "--nofile=%d:%d" % (limit, limit)])
 
