@@ -164,7 +164,7 @@ def blocked(settings):
 
 def idle(settings):
     """Memory of idle connections: fresh ones, and ones that were answered once."""
-    count = settings.size(5000, 1000)
+    count = 5000
 
     def one(request):
         with service(settings, workers=0) as own:
