@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace OstrandHub {
@@ -70,6 +71,19 @@ bool writeFileAtomically(const std::string& path, const std::string& text) {
         return true;
     ::unlink(name.c_str());
     return false;
+}
+
+bool overwriteFile(const std::string& path, const std::string& text) {
+    const int fd = ::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY);
+    if (fd < 0)
+        return false;
+    struct stat status {};
+    const bool fits = ::fstat(fd, &status) == 0 && S_ISREG(status.st_mode) &&
+                      static_cast<std::size_t>(status.st_size) == text.size();
+    const bool written =
+        fits && ::pwrite(fd, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size());
+    ::close(fd);
+    return written;
 }
 
 } // namespace OstrandHub

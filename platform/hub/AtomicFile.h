@@ -11,4 +11,9 @@ namespace OstrandHub {
 /// disk: a loss of power may take the newest files with it.
 bool writeFileAtomically(const std::string& path, const std::string& text);
 
+/// Writes `text` over a file of the same size, in place and with one call. Meant for texts that
+/// differ in one byte: whenever the process ends, the file then holds the one or the other. False,
+/// and nothing is written, where there is no regular file of this size.
+bool overwriteFile(const std::string& path, const std::string& text);
+
 } // namespace OstrandHub

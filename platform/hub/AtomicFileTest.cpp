@@ -86,4 +86,29 @@ TEST(AtomicFile, TwoWritersAndAReaderNeverSeeHalfAFile) {
     EXPECT_EQ(folder.size(), 1U);
 }
 
+TEST(OverwrittenFile, KeepsItsPlaceOnTheDisk) {
+    const TestFolder folder;
+    ASSERT_TRUE(writeFileAtomically(folder.path("f"), "state 1"));
+    struct stat before {};
+    ASSERT_EQ(::stat(folder.path("f").c_str(), &before), 0);
+    EXPECT_TRUE(OstrandHub::overwriteFile(folder.path("f"), "state 3"));
+    struct stat after {};
+    ASSERT_EQ(::stat(folder.path("f").c_str(), &after), 0);
+    EXPECT_EQ(after.st_ino, before.st_ino);
+    EXPECT_EQ(folder.read("f"), "state 3");
+    EXPECT_EQ(folder.size(), 1U);
+}
+
+TEST(OverwrittenFile, IsOneOfTheSameSize) {
+    const TestFolder folder;
+    EXPECT_FALSE(OstrandHub::overwriteFile(folder.path("none"), "x"));
+    ASSERT_TRUE(writeFileAtomically(folder.path("f"), "longer"));
+    EXPECT_FALSE(OstrandHub::overwriteFile(folder.path("f"), "x"));
+    EXPECT_EQ(folder.read("f"), "longer");
+    std::filesystem::create_directory(folder.path("d"));
+    EXPECT_FALSE(OstrandHub::overwriteFile(folder.path("d"), "x"));
+    ASSERT_EQ(::mkfifo(folder.path("pipe").c_str(), 0600), 0);
+    EXPECT_FALSE(OstrandHub::overwriteFile(folder.path("pipe"), ""));
+}
+
 } // namespace
