@@ -22,7 +22,7 @@ std::string contents(const char* path) {
 
 std::string systemName(const utsname& kernel) {
     for (const char* path : {"/etc/os-release", "/usr/lib/os-release"}) {
-        const std::string name = SysInfo::prettyName(contents(path));
+        std::string name = SysInfo::prettyName(contents(path));
         if (!name.empty())
             return name;
     }

@@ -108,12 +108,12 @@ void TranscoderServiceProvider::queueJob(const TranscoderJob& job, const std::st
 
 std::string TranscoderServiceProvider::replyBase(const Request& request,
                                                  const TranscoderJob& job) const {
-    const std::string base = getDeliveryUrl();
+    std::string base = getDeliveryUrl();
     if (!replyOrigin)
         return base;
     const Portico::URL origin(std::string("http://") + request.header().getParam("HubHost", ""));
     const Portico::URL delivery(base);
-    const std::string own =
+    std::string own =
         delivery.getScheme() + "://" + origin.getHost() + ":" + std::to_string(delivery.getPort());
     job->setDeliveryHost(own);
     return own;

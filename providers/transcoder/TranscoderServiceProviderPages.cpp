@@ -108,7 +108,7 @@ bool TranscoderServiceProvider::listJobsHtml(const Request& /*request*/, Reply& 
 }
 
 bool TranscoderServiceProvider::listJobsJson(const Request& /*request*/, Reply& reply) {
-    const std::string url = getDeliveryUrl();
+    const std::string uriOpening = "   \"uri\" : \"" + getDeliveryUrl() + "/" + providerId + "/";
     std::string text = "{\n \"numJobs\" : " + std::to_string(numJobs) +
                        ",\n \"numJobsFinished\" : " + std::to_string(numJobsFinished) +
                        ",\n \"numJobsFailed\" : " + std::to_string(numJobsFailed) +
@@ -122,7 +122,7 @@ bool TranscoderServiceProvider::listJobsJson(const Request& /*request*/, Reply& 
             const std::string number = std::to_string(job->id);
             text += any ? ",\n" : "";
             text += "  \"job" + number + "\" : {\n";
-            text += "   \"uri\" : \"" + url + "/" + providerId + "/" + number + "\",\n";
+            text += uriOpening + number + "\",\n";
             text += "   \"resource\" : \"" + url_encode(job->desc.getUid()) + "\",\n";
             text += "   \"status\" : \"" + job->stateName() + "\"\n  }";
             any = true;
