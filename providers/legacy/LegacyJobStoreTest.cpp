@@ -1,0 +1,264 @@
+#include "providers/legacy/LegacyJobStore.h"
+
+#include "platform/hub/HubFiles.h"
+#include "providers/legacy/LegacyState.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <gtest/gtest.h>
+#include <set>
+#include <thread>
+
+namespace OstrandService {
+namespace {
+
+namespace fs = boost::filesystem;
+
+class LegacyJobStoreTest : public ::testing::Test {
+protected:
+    LegacyJobStoreTest() : store(*state.store) { state.cachePath = folder.path(); }
+
+    static JobRecord described(const std::string& resource) {
+        JobRecord record("");
+        EXPECT_TRUE(record.parseJobText("{\"resource\":\"" + resource + "\"}"));
+        return record;
+    }
+
+    std::uint32_t submit(const std::string& resource, const std::string& text = "{}") {
+        return store.submitJob(described(resource), text);
+    }
+
+    /// Brings a job to a state as a worker does.
+    void finish(std::uint32_t id, LegacyJobState result) {
+        const JobRecord taken = store.getJobRecord(id);
+        store.setJobState(taken, LegacyJobStates::inProcess);
+        store.setJobState(taken, result);
+    }
+
+    std::string content(const std::string& name) const {
+        std::string text;
+        EXPECT_TRUE(OstrandHub::getFileContents(folder.path(name).c_str(), text)) << name;
+        return text;
+    }
+
+    const Support::TemporaryFolder folder;
+    LegacyState state;
+    LegacyJobStore& store;
+};
+
+TEST_F(LegacyJobStoreTest, EmptyStore) {
+    EXPECT_EQ(store.maxJobId(), 0u);
+    EXPECT_EQ(store.takeDeleteRequest(), 0u);
+    EXPECT_EQ(store.takeNextOpenJob(), 0u);
+    EXPECT_EQ(store.numJobsOpen(), 0u);
+}
+
+TEST_F(LegacyJobStoreTest, FirstJobHasItsWholeFolder) {
+    EXPECT_EQ(submit("r", "as sent\r\n"), 1u);
+    EXPECT_EQ(store.maxJobId(), 1u);
+    EXPECT_EQ(content("1/.status"), "{ \"status\" : 0}\n");
+    EXPECT_EQ(content("1/.meta"), "as sent\r\n");
+    EXPECT_EQ(content("1/.partial"), "");
+    EXPECT_EQ(content("1/jobId"), "1@");
+    std::set<std::string> names;
+    for (const auto& entry : fs::directory_iterator(folder.path("1")))
+        names.insert(entry.path().filename().string());
+    EXPECT_EQ(names, (std::set<std::string>{".meta", ".partial", ".status", "binGeo", "imgGeo",
+                                            "jobId", "popGeo"}));
+    EXPECT_EQ(store.getCommandLine("r"), "Not Run Yet");
+}
+
+TEST_F(LegacyJobStoreTest, CookiesOfANewJobAreWrittenForItsUserAlone) {
+    JobRecord record("");
+    ASSERT_TRUE(record.parseJobText(R"({"resource":"r","cookies":{"b":"2","a":"1"}})"));
+    store.submitJob(record, "{}");
+    EXPECT_EQ(content("1/.cookie"), "a\n1\nb\n2\n");
+    EXPECT_EQ(fs::status(folder.path("1/.cookie")).permissions(), fs::owner_read | fs::owner_write);
+}
+
+TEST_F(LegacyJobStoreTest, SecondSubmissionOfALiveJobChangesNothing) {
+    for (const LegacyJobState live : {0, 1, 2, 4}) {
+        const std::string uid = "r" + std::to_string(live);
+        const std::uint32_t id = submit(uid, "first");
+        if (live != 0)
+            store.setJobState(store.getJobRecord(id), live);
+        const std::uint32_t total = store.numJobsTotal();
+        EXPECT_EQ(submit(uid, "second"), id);
+        EXPECT_EQ(store.numJobsTotal(), total);
+        EXPECT_EQ(content(std::to_string(id) + "/.meta"), "first");
+        EXPECT_EQ(store.getJobState(uid), live);
+    }
+}
+
+TEST_F(LegacyJobStoreTest, FailedJobComesBackWithItsOldDescription) {
+    JobRecord first("");
+    ASSERT_TRUE(first.parseJobText(R"({"resource":"r","uid":"u"})"));
+    ASSERT_EQ(store.submitJob(first, "first"), 1u);
+    EXPECT_EQ(store.takeNextOpenJob(), 1u);
+    finish(1, LegacyJobStates::error);
+    JobRecord second("");
+    ASSERT_TRUE(second.parseJobText(R"({"resource":"other","uid":"u"})"));
+    EXPECT_EQ(store.submitJob(second, "second"), 1u);
+    EXPECT_EQ(store.getJobRecord(1).resource, "r");
+    EXPECT_EQ(content("1/.meta"), "second");
+    EXPECT_EQ(store.takeNextOpenJob(), 1u) << "the cursor comes back to it";
+    finish(1, LegacyJobStates::closed);
+    // It counts twice, and its failure stays counted.
+    EXPECT_EQ(store.numJobsTotal(), 2u);
+    EXPECT_EQ(store.numJobsFinished(), 2u);
+    EXPECT_EQ(store.numJobsFailed(), 1u);
+    EXPECT_EQ(store.numJobsOpen(), 0u);
+}
+
+TEST_F(LegacyJobStoreTest, JobThatCannotGetItsFolderFailsAndMayBeTriedAgain) {
+    folder.write("1", "in the way");
+    EXPECT_ANY_THROW(submit("r"));
+    EXPECT_EQ(store.getJobState("r"), LegacyJobStates::error);
+    fs::remove(folder.path("1"));
+    EXPECT_EQ(submit("r"), 1u);
+    EXPECT_EQ(content("1/.status"), "{ \"status\" : 0}\n");
+}
+
+TEST_F(LegacyJobStoreTest, DeletionByState) {
+    for (const char* uid : {"open", "running", "closed", "failed"})
+        submit(uid);
+    store.setJobState(store.getJobRecord(2), LegacyJobStates::inProcess);
+    finish(3, LegacyJobStates::closed);
+    finish(4, LegacyJobStates::error);
+    EXPECT_TRUE(store.requestDelete(1));
+    EXPECT_FALSE(store.requestDelete(2));
+    EXPECT_TRUE(store.requestDelete(3));
+    EXPECT_TRUE(store.requestDelete(4));
+    EXPECT_EQ(store.getJobState("open"), LegacyJobStates::canceled);
+    EXPECT_EQ(store.getJobState("closed"), LegacyJobStates::markedForDeletion);
+    for (const std::uint32_t again : {0u, 1u, 3u, 5u, 4294967295u})
+        EXPECT_FALSE(store.requestDelete(again)) << again;
+    EXPECT_EQ(store.takeDeleteRequest(), 3u);
+    EXPECT_EQ(store.takeDeleteRequest(), 4u);
+    EXPECT_EQ(store.takeDeleteRequest(), 0u);
+    // A canceled job stays counted as open, deleted ones as finished.
+    EXPECT_EQ(store.numJobsOpen(), 2u);
+    EXPECT_EQ(store.numJobsFinished(), 2u);
+}
+
+TEST_F(LegacyJobStoreTest, CursorHandsOutEachOpenJobOnce) {
+    for (int i = 0; i < 200; ++i)
+        submit("r" + std::to_string(i));
+    store.requestDelete(7);
+    std::vector<std::uint32_t> taken[2];
+    std::thread threads[2];
+    for (int t = 0; t < 2; ++t) {
+        threads[t] = std::thread([&, t] {
+            while (const std::uint32_t id = store.takeNextOpenJob())
+                taken[t].push_back(id);
+        });
+    }
+    std::set<std::uint32_t> all;
+    for (int t = 0; t < 2; ++t) {
+        threads[t].join();
+        all.insert(taken[t].begin(), taken[t].end());
+    }
+    EXPECT_EQ(taken[0].size() + taken[1].size(), 199u);
+    EXPECT_EQ(all.size(), 199u);
+    EXPECT_EQ(all.count(7), 0u);
+}
+
+TEST_F(LegacyJobStoreTest, IdsAndUidsWithoutARecord) {
+    submit("ALREADY EXISTS");
+    for (const std::uint32_t id : {0u, 2u, 4294967295u}) {
+        EXPECT_EQ(store.getJobRecord(id).state, LegacyJobStates::invalid) << id;
+        EXPECT_EQ(store.getAddedTime(id), 0) << id;
+    }
+    EXPECT_EQ(store.getJobState("none"), LegacyJobStates::invalid);
+    EXPECT_EQ(store.getCommandLine("none"), "");
+    store.setAddedTime(9, 1);
+    store.addTiming(9, {1, 2});
+    EXPECT_EQ(store.getKey(9), "");
+}
+
+TEST_F(LegacyJobStoreTest, TimingsAreWrittenAndReadAgain) {
+    submit("r");
+    store.setAddedTime(1, 12.5);
+    store.addTiming(store.getJobRecord(1), {20, 30.25});
+    store.writeTimings(store.getJobRecord(1), folder.path("1/.timings"));
+    EXPECT_EQ(content("1/.timings"), R"({"added":12.5,"timings":[{"done":30.25,"proc":20}]})");
+    submit("s");
+    store.loadTimings(2, content("1/.timings"));
+    EXPECT_EQ(store.getAddedTime(2), 12.5);
+    EXPECT_EQ(store.getJobRecord(2).timings, (std::vector<JobRecord::Timing>{{20, 30.25}}));
+}
+
+TEST_F(LegacyJobStoreTest, TimingsOfAnotherFormStopTheReader) {
+    submit("r");
+    const double added = store.getAddedTime(1);
+    for (const char* text :
+         {"", "x", "[]", "{\"timings\":[{\"proc\":1,\"done\":2}]}",
+          "{\"added\":\"1\",\"timings\":[{\"proc\":1,\"done\":2}]}", "{\"added\":1e999}"})
+        store.loadTimings(1, text);
+    EXPECT_EQ(store.getAddedTime(1), added);
+    store.loadTimings(1, R"({"added":1,"timings":{}})");
+    EXPECT_EQ(store.getAddedTime(1), 1);
+    store.loadTimings(
+        1, R"({"added":1,"timings":[1,{"proc":1},{"done":2,"proc":1},{"proc":"1","done":2}]})");
+    EXPECT_EQ(store.getJobRecord(1).timings, (std::vector<JobRecord::Timing>{{1, 2}}));
+}
+
+TEST_F(LegacyJobStoreTest, ReloadFillsGapsWithThePlaceholder) {
+    for (const std::uint32_t id : {2u, 5u}) {
+        const std::string name = std::to_string(id);
+        folder.write(name + "/.status", "{ \"status\" : 2}\n");
+        store.loadJob(id, "{\"resource\":\"r" + name + "\"}", folder.path(name));
+    }
+    EXPECT_EQ(store.maxJobId(), 5u);
+    for (const std::uint32_t gap : {1u, 3u, 4u}) {
+        EXPECT_EQ(store.getKey(gap), "");
+        EXPECT_EQ(store.getJobRecord(gap).state, LegacyJobStates::invalid);
+    }
+    EXPECT_EQ(store.numJobsTotal(), 2u);
+    EXPECT_EQ(store.numJobsFinished(), 2u);
+    EXPECT_EQ(store.numJobsOpen(), 0u);
+    EXPECT_EQ(submit("new"), 6u);
+    EXPECT_EQ(store.takeNextOpenJob(), 6u);
+}
+
+TEST_F(LegacyJobStoreTest, ReloadCountsStatesAndTakesNothingUpAgain) {
+    for (const LegacyJobState loaded : {0, 1, 2, 3, 7}) {
+        const auto id = static_cast<std::uint32_t>(loaded + 1);
+        const std::string name = std::to_string(id);
+        folder.write(name + "/.status", JobRecord::statusText(loaded));
+        store.loadJob(id, "{\"resource\":\"r" + name + "\"}", folder.path(name));
+    }
+    EXPECT_EQ(store.numJobsFinished(), 5u);
+    EXPECT_EQ(store.numJobsFailed(), 2u);
+    EXPECT_EQ(store.getJobState("r1"), LegacyJobStates::open);
+    EXPECT_EQ(store.takeNextOpenJob(), 0u);
+}
+
+TEST_F(LegacyJobStoreTest, DescriptionThatCannotBeReadMakesAnErrorOnDiskToo) {
+    folder.write("1/.status", "{ \"status\" : 2}\n");
+    store.loadJob(1, "{", folder.path("1"));
+    EXPECT_EQ(store.getJobRecord(1).state, LegacyJobStates::error);
+    EXPECT_EQ(content("1/.status"), "{ \"status\" : 3}\n");
+    EXPECT_EQ(store.numJobsFailed(), 1u);
+}
+
+TEST_F(LegacyJobStoreTest, ClearForgetsAllAndDropsWhatOldWorkersTell) {
+    submit("r");
+    const JobRecord old = store.getJobRecord(1);
+    store.clear();
+    EXPECT_EQ(store.maxJobId(), 0u);
+    EXPECT_EQ(store.numJobsTotal(), 0u);
+    ASSERT_EQ(submit("r"), 1u);
+    store.setJobState(old, LegacyJobStates::closed);
+    store.setCommandLine(old, "old");
+    store.addTiming(old, {1, 2});
+    store.clearPartial(old, folder.path("1"));
+    store.writeTimings(old, folder.path("1/.timings"));
+    EXPECT_EQ(store.getJobState("r"), LegacyJobStates::open);
+    EXPECT_EQ(store.getCommandLine("r"), "Not Run Yet");
+    EXPECT_TRUE(store.getJobRecord(1).timings.empty());
+    EXPECT_TRUE(fs::exists(folder.path("1/.partial")));
+    EXPECT_FALSE(fs::exists(folder.path("1/.timings")));
+}
+
+} // namespace
+} // namespace OstrandService

@@ -1,0 +1,167 @@
+#include "framework/Cors.h"
+#include "framework/JobFolder.h"
+#include "framework/JsonNumbers.h"
+#include "framework/OptionValues.h"
+#include "host/OstrandService.h"
+#include "platform/hub/Json.h"
+#include "platform/hub/MessageLog.h"
+#include "platform/hub/OstrandHubServiceProvider.h"
+#include "platform/kestrel/SysInfo.h"
+#include "platform/portico/InetAddress.h"
+#include "platform/portico/ProtocolHTTP.h"
+#include "providers/legacy/JobProcThread.h"
+#include "providers/legacy/LegacyJobStore.h"
+#include "providers/legacy/TranscoderLegacyServiceProvider.h"
+
+#include <cstdio>
+#include <iostream>
+#include <sstream>
+
+namespace OstrandService {
+
+bool TranscoderLegacyServiceProvider::handleReconfig(const Request& request, Reply& reply) {
+    // Whatever ends early is answered with the code of a new reply, 200, and no more.
+    addCorsHeaders(request, reply);
+    picojson::value value;
+    std::string error;
+    if (request.method != "POST" || !OstrandHub::parseJsonPrefix(request.body(), value, error) ||
+        !value.is<picojson::object>())
+        return true;
+    const picojson::object& config = value.get<picojson::object>();
+    const auto service = config.find("service");
+    // The hub knows this provider by the transcoder's name.
+    if (service != config.end() && service->second.to_str() != "TranscoderService") {
+        std::fprintf(stderr, "looking for wrong service : %s\n", service->second.to_str().c_str());
+        return true;
+    }
+    const picojson::value& threads = value.get("threads");
+    if (threads.is<double>())
+        reconfigureThreads(cutToInt(threads.get<double>()));
+    const picojson::value& clear = value.get("clearCache");
+    if (clear.is<bool>() && clear.get<bool>())
+        clearCache();
+    if (config.count("deliveryPort") != 0 || config.count("deliveryProto") != 0)
+        reconfigureDelivery(config);
+    reply.setCode(200);
+    return true;
+}
+
+void TranscoderLegacyServiceProvider::reconfigureDelivery(const picojson::object& config) {
+    const picojson::value settings(config);
+    const picojson::value& proto = settings.get("deliveryProto");
+    const picojson::value& local = settings.get("deliveryLocalhost");
+    const picojson::value& port = settings.get("deliveryPort");
+    std::string uri = (proto.is<std::string>() ? proto.get<std::string>() : "http") + "://";
+    // A number, not a boolean.
+    const bool onLocalhost = local.is<double>() && cutToInt(local.get<double>()) == 1;
+    uri += (onLocalhost ? "localhost" : Kestrel::SysInfo::the().hostName()) + ":";
+    if (config.count("deliveryPort") == 0)
+        uri += defaultDeliveryPort();
+    else if (port.is<double>())
+        uri += integerPart(port.get<double>());
+    state.setDeliveryService(uri);
+}
+
+void TranscoderLegacyServiceProvider::startWorkers(std::int32_t count) {
+    const std::lock_guard<std::mutex> lock(state.workersMutex);
+    for (std::int32_t i = 0; i < count; ++i) {
+        state.workerThreads.push_back(std::make_unique<JobProcThread>());
+        state.workerThreads.back()->begin();
+    }
+}
+
+// Every thread is replaced, one after the other, and goes on with its work until its turn comes.
+// The number that the front page shows stays that of the start.
+void TranscoderLegacyServiceProvider::reconfigureThreads(std::int32_t count) {
+    if (count < 1)
+        return;
+    if (count > maxThreads) {
+        MessageLog::the()->log("reconfiguration: too many threads: " + std::to_string(count));
+        return;
+    }
+    const std::lock_guard<std::mutex> lock(state.workersMutex);
+    auto& workers = state.workerThreads;
+    std::fprintf(stderr, "from %d threads to %d threads\n", static_cast<int>(workers.size()),
+                 count);
+    for (auto& worker : workers) {
+        worker->requestStop();
+        worker->join();
+        worker.reset();
+    }
+    workers.clear();
+    for (std::int32_t i = 0; i < count; ++i) {
+        workers.push_back(std::make_unique<JobProcThread>());
+        workers.back()->begin();
+    }
+    std::fprintf(stderr, "at %d threads to %d threads\n", static_cast<int>(workers.size()), count);
+}
+
+void TranscoderLegacyServiceProvider::clearCache() {
+    state.store->clear();
+    if (!JobFolder::isFolder(state.cachePath))
+        return;
+    std::cout << "clearing cache: " << std::flush;
+    JobFolder::removeAll(state.cachePath);
+}
+
+void TranscoderLegacyServiceProvider::registerWithHub() {
+    if (state.hubClient)
+        return;
+    const OstrandService& host = OstrandService::the();
+    auto client = std::make_unique<OstrandHubServiceProvider>(state.cachePath, host.group, false);
+    // It is given neither way of registration, and so registers by multicast.
+    client->mcastPort = host.mport;
+    client->setAddress(Portico::InetAddress::getByAddress(host.maddr));
+    client->mcastTtl = host.mttl;
+    client->refreshInterval = static_cast<std::uint16_t>(host.refresh);
+
+    // Blanks are part of the document's form; the hub is to see this provider as the transcoder.
+    std::ostringstream out;
+    out << "{\n"
+        << "  \"Command\" : \"addServiceProvider\",\n"
+        << "  \"Group\" : \"" << host.group << "\",\n"
+        << "  \"ServiceProvider\" : \n"
+        << "  {\n"
+        << "    \"Service\"    : \"TranscoderService\",\n"
+        << "    \"ProviderId\" : \"" << client->getUUID() << "\",\n"
+        << "    \"Host\"       : \"" << Kestrel::SysInfo::the().hostName() << "\",\n"
+        << "    \"Port\"       : " << host.port << ",\n"
+        << "    \"DataPort\"   : " << host.port + 1 << ",\n"
+        << "    \"JobUri\"     : \"/job\"\n"
+        << "  }\n"
+        << "}\n";
+    // Web threads read it from here on.
+    OstrandHubServiceProvider* const published = client.release();
+    state.hubClient = published;
+    if (published->open())
+        published->addServiceProvider(out.str(), host.ssl);
+}
+
+void TranscoderLegacyServiceProvider::deregisterFromHub() {
+    if (OstrandHubServiceProvider* const client = state.hubClient)
+        client->removeServiceProvider(OstrandService::the().ssl);
+}
+
+void TranscoderLegacyServiceProvider::shutdown() {
+    deregisterFromHub();
+    deliveryServer.stop();
+    {
+        const std::lock_guard<std::mutex> lock(state.workersMutex);
+        for (auto& worker : state.workerThreads) {
+            worker->requestStop();
+            worker->join();
+            worker.reset();
+        }
+        state.workerThreads.clear();
+    }
+    releaseState();
+}
+
+// The host destroys the base part alone, so the state is ended here.
+void TranscoderLegacyServiceProvider::releaseState() {
+    LegacyState::current = nullptr;
+    deliveryServer.clearPages();
+    ownedState.reset();
+}
+
+} // namespace OstrandService
