@@ -68,7 +68,9 @@ private:
     bool handleReconfig(const Request& request, Reply& reply);
     void reconfigureDelivery(const picojson::object& config);
     void reconfigureThreads(std::int32_t count);
+    /// Both with `workersMutex` held.
     void startWorkers(std::int32_t count);
+    void stopWorkers();
     void clearCache();
     void registerWithHub();
     void deregisterFromHub();

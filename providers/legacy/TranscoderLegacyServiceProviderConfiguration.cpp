@@ -75,7 +75,10 @@ bool TranscoderLegacyServiceProvider::init(const po::variables_map& vm) {
     std::cout << "Number of worker threads: " << state.workerCount << std::endl;
     MessageLog::the()->log("Params: number of worker threads: " +
                            std::to_string(state.workerCount));
-    startWorkers(state.workerCount);
+    {
+        const std::lock_guard<std::mutex> lock(state.workersMutex);
+        startWorkers(state.workerCount);
+    }
     if (state.getDeliveryService().empty()) {
         state.setDeliveryService("http://" + Kestrel::SysInfo::the().hostName() + ":" +
                                  defaultDeliveryPort());

@@ -63,15 +63,24 @@ void TranscoderLegacyServiceProvider::reconfigureDelivery(const picojson::object
 }
 
 void TranscoderLegacyServiceProvider::startWorkers(std::int32_t count) {
-    const std::lock_guard<std::mutex> lock(state.workersMutex);
     for (std::int32_t i = 0; i < count; ++i) {
         state.workerThreads.push_back(std::make_unique<JobProcThread>());
         state.workerThreads.back()->begin();
     }
 }
 
-// Every thread is replaced, one after the other, and goes on with its work until its turn comes.
-// The number that the front page shows stays that of the start.
+// One after the other: each goes on with its work until its turn comes.
+void TranscoderLegacyServiceProvider::stopWorkers() {
+    for (auto& worker : state.workerThreads) {
+        worker->requestStop();
+        worker->join();
+        worker.reset();
+    }
+    state.workerThreads.clear();
+}
+
+// Every thread is replaced, also where the number stays the same. The number that the front page
+// shows stays that of the start.
 void TranscoderLegacyServiceProvider::reconfigureThreads(std::int32_t count) {
     if (count < 1)
         return;
@@ -80,19 +89,11 @@ void TranscoderLegacyServiceProvider::reconfigureThreads(std::int32_t count) {
         return;
     }
     const std::lock_guard<std::mutex> lock(state.workersMutex);
-    auto& workers = state.workerThreads;
+    const auto& workers = state.workerThreads;
     std::fprintf(stderr, "from %d threads to %d threads\n", static_cast<int>(workers.size()),
                  count);
-    for (auto& worker : workers) {
-        worker->requestStop();
-        worker->join();
-        worker.reset();
-    }
-    workers.clear();
-    for (std::int32_t i = 0; i < count; ++i) {
-        workers.push_back(std::make_unique<JobProcThread>());
-        workers.back()->begin();
-    }
+    stopWorkers();
+    startWorkers(count);
     std::fprintf(stderr, "at %d threads to %d threads\n", static_cast<int>(workers.size()), count);
 }
 
@@ -147,12 +148,7 @@ void TranscoderLegacyServiceProvider::shutdown() {
     deliveryServer.stop();
     {
         const std::lock_guard<std::mutex> lock(state.workersMutex);
-        for (auto& worker : state.workerThreads) {
-            worker->requestStop();
-            worker->join();
-            worker.reset();
-        }
-        state.workerThreads.clear();
+        stopWorkers();
     }
     releaseState();
 }
