@@ -7,6 +7,7 @@ import tempfile
 
 import pytest
 
+from legacy import LegacyService
 from service import BUILD, Service
 
 
@@ -104,7 +105,8 @@ class Services:
 
     def make(self, **settings):
         path = settings.pop("folder", self.folder / ("service-%d" % (len(self.made) + 1)))
-        self.made.append(Service(path, **settings))
+        kind = settings.pop("kind", Service)
+        self.made.append(kind(path, **settings))
         return self.made[-1]
 
     def start(self, *options, **settings):
@@ -131,12 +133,29 @@ def single(services):
     return services.start("--worker_threads", 1)
 
 
+@pytest.fixture
+def legacy(services):
+    """A legacy transcoder with three workers and recording tools."""
+    return services.start(kind=LegacyService)
+
+
 @pytest.fixture(scope="module")
 def shared(all_folders, ending, request):
     """One service for all the tests of a file that leave it as it was."""
     path = _make_folder(all_folders, request.module.__name__)
     made = Services(path)
     yield made.start()
+    ending.take(request.module.__name__, made.made)
+    ending.remove(path)
+    ending.collect()
+
+
+@pytest.fixture(scope="module")
+def shared_legacy(all_folders, ending, request):
+    """One legacy transcoder for all the tests of a file that leave it as it was."""
+    path = _make_folder(all_folders, request.module.__name__)
+    made = Services(path)
+    yield made.start(kind=LegacyService)
     ending.take(request.module.__name__, made.made)
     ending.remove(path)
     ending.collect()
