@@ -29,6 +29,10 @@ std::string versionItem(const std::string& version) {
            " (<a href=\"./changelog\">Changelog</a>)</li>";
 }
 
+std::string jobListOption() {
+    return "<h2>Options</h2><ul><li><a href=\"./job\">Job List</a></li></ul>";
+}
+
 std::string systemBlock() {
     const Kestrel::SysInfo& system = Kestrel::SysInfo::the();
     return "<h2>System</h2><pre>"
@@ -44,6 +48,12 @@ std::string jobListOpen() {
 
 std::string countLine(const std::string& label, std::uint32_t count) {
     return label + std::to_string(count) + "<br>";
+}
+
+std::string jobListHead(std::uint32_t pending, std::uint32_t finished, std::uint32_t failed) {
+    return jobListOpen() + countLine("Number of Jobs: ", pending) +
+           countLine("Number of finished Jobs: ", finished) +
+           countLine("Number of failed Jobs: ", failed) + "<br>";
 }
 
 std::string jobTableOpen() {

@@ -13,6 +13,9 @@ std::string frontPageOpen(const std::string& title);
 /// The heading "Status" and the open list with the version.
 std::string versionItem(const std::string& version);
 
+/// The heading "Options" and the list with the link to the job list.
+std::string jobListOption();
+
 /// The heading "System" and the open `pre` with the machine's host name, type, processor count and
 /// system name.
 std::string systemBlock();
@@ -22,6 +25,9 @@ std::string jobListOpen();
 
 /// A line with a number behind its label, as above the table of a job list.
 std::string countLine(const std::string& label, std::uint32_t count);
+
+/// The head of a framework provider's job list down to the table: heading and the three counters.
+std::string jobListHead(std::uint32_t pending, std::uint32_t finished, std::uint32_t failed);
 
 /// The pointer to the statistics page and the job table with its six headings.
 std::string jobTableOpen();

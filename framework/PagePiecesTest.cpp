@@ -28,10 +28,18 @@ TEST(PagePiecesTest, TellsOfTheMachineInAnOpenBlock) {
                                              "\nOS          : " + system.osName + "\n");
 }
 
+TEST(PagePiecesTest, LinksTheJobList) {
+    EXPECT_EQ(PagePieces::jobListOption(),
+              "<h2>Options</h2><ul><li><a href=\"./job\">Job List</a></li></ul>");
+}
+
 TEST(PagePiecesTest, BuildsTheJobList) {
     EXPECT_EQ(PagePieces::jobListOpen(), "<html><header></header><body><h1>Jobs</h1>");
     EXPECT_EQ(PagePieces::countLine("Number of Jobs: ", 4294967295u),
               "Number of Jobs: 4294967295<br>");
+    EXPECT_EQ(PagePieces::jobListHead(3, 4294967295u, 0),
+              "<html><header></header><body><h1>Jobs</h1>Number of Jobs: 3<br>"
+              "Number of finished Jobs: 4294967295<br>Number of failed Jobs: 0<br><br>");
     const std::string open = "<td bgcolor='#000000' align='center'><font color='#FFFFFF'>";
     const std::string close = "</font></td>";
     EXPECT_EQ(PagePieces::jobTableOpen(),

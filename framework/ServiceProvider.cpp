@@ -11,12 +11,23 @@
 #include <boost/thread/thread.hpp>
 #include <cstdio>
 #include <iostream>
+#include <stdexcept>
 
 namespace OstrandService {
 
 namespace po = boost::program_options;
 
 namespace {
+
+/// Starts one worker thread of `count`. Throws std::runtime_error where the system gives no more.
+boost::thread* startWorker(ServiceProvider& provider, std::size_t count) {
+    try {
+        return new boost::thread([&provider] { provider.workerLoop(); });
+    } catch (const boost::thread_resource_error& error) {
+        throw std::runtime_error("cannot start " + std::to_string(count) +
+                                 " worker threads: " + error.what());
+    }
+}
 
 /// Makes a folder and those above it unless something of this name is there. Throws.
 void makeFolder(const std::string& path) {
@@ -93,7 +104,7 @@ bool ServiceProvider::makeFolders() {
 void ServiceProvider::start() {
     running = true;
     for (boost::thread*& worker : workerThreads)
-        worker = new boost::thread([this] { workerLoop(); });
+        worker = startWorker(*this, workerThreads.size());
 
     const OstrandService& host = OstrandService::the();
     hubProvider->setRegIPAddress(regAddress);

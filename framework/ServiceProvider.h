@@ -53,6 +53,8 @@ public:
     virtual bool init(const boost::program_options::variables_map& vm);
     virtual void addPages();
     /// Starts as many workers as `workerThreads` has entries and gives the hub client its settings.
+    /// Throws std::runtime_error where there are no more threads to be had; those that were started
+    /// are ended by shutdown().
     virtual void start();
     virtual void update();
     /// Deregisters, then stops the workers and waits for the tools that they run. Jobs that still

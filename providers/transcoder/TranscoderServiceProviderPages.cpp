@@ -58,9 +58,8 @@ bool TranscoderServiceProvider::frontPageHtml(const Request& request, Reply& rep
     // The list of the first section is left open.
     reply.body() = PagePieces::frontPageOpen("Ostrand Works - Transcoder") +
                    PagePieces::versionItem(OstrandService::the().version) +
-                   "<h2>Options</h2><ul><li><a href=\"./job\">Job List</a></li></ul>" +
-                   PagePieces::systemBlock() + "Delivery    : " + getDeliveryUrl() +
-                   "\n</pre></body></html>";
+                   PagePieces::jobListOption() + PagePieces::systemBlock() +
+                   "Delivery    : " + getDeliveryUrl() + "\n</pre></body></html>";
     return true;
 }
 
@@ -79,10 +78,7 @@ bool TranscoderServiceProvider::frontPageJson(const Request& request, Reply& rep
 }
 
 bool TranscoderServiceProvider::listJobsHtml(const Request& /*request*/, Reply& reply) {
-    std::string text = PagePieces::jobListOpen() +
-                       PagePieces::countLine("Number of Jobs: ", numJobs) +
-                       PagePieces::countLine("Number of finished Jobs: ", numJobsFinished) +
-                       PagePieces::countLine("Number of failed Jobs: ", numJobsFailed) + "<br>" +
+    std::string text = PagePieces::jobListHead(numJobs, numJobsFinished, numJobsFailed) +
                        PagePieces::jobTableOpen();
     const std::string url = getDeliveryUrl();
     {
