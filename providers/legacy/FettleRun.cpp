@@ -1,11 +1,11 @@
 #include "providers/legacy/FettleRun.h"
 
+#include "platform/hub/AtomicFile.h"
 #include "providers/legacy/FettleCommand.h"
 #include "providers/legacy/LegacyJobStore.h"
 #include "providers/legacy/LegacyState.h"
 #include "providers/legacy/ProcessRun.h"
 
-#include <fstream>
 #include <vector>
 
 namespace OstrandService {
@@ -20,11 +20,8 @@ void takeScreenshot(const JobRecord& record, const std::string& folder,
     const std::string::size_type at = scene.rfind(placeholder);
     if (at != std::string::npos)
         scene.replace(at, placeholder.size(), outputIndexName(record));
-    std::ofstream out(folder + "/saveFrame.x3d", std::ios::binary | std::ios::trunc);
-    if (!out)
+    if (!OstrandHub::writeFileAtomically(folder + "/saveFrame.x3d", scene))
         return;
-    out << scene;
-    out.close();
     arguments = {"glimt", "--appThreadCount", "0", "saveFrame.x3d"};
     runArguments(arguments, folder, "console_glimt.txt");
 }

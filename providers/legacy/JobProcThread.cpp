@@ -3,7 +3,6 @@
 #include "framework/JobFolder.h"
 #include "platform/hub/MessageLog.h"
 #include "providers/legacy/FettleRun.h"
-#include "providers/legacy/LegacyJobStore.h"
 #include "providers/legacy/LegacyState.h"
 #include "providers/legacy/ProcessRun.h"
 
@@ -62,17 +61,17 @@ int JobProcThread::run() {
 void JobProcThread::loop() {
     LegacyJobStore& store = *LegacyState::current->store;
     while (running) {
-        if (const std::uint32_t marked = store.takeDeleteRequest())
-            processDeletion(marked);
-        else if (const std::uint32_t open = store.takeNextOpenJob())
-            processJob(open);
+        if (const auto marked = store.takeDeleteRequest())
+            processDeletion(*marked);
+        else if (const auto open = store.takeNextOpenJob())
+            processJob(*open);
         sleep(pauseMillis);
     }
 }
 
-void JobProcThread::processJob(std::uint32_t id) {
+void JobProcThread::processJob(const LegacyJobStore::Taken& job) {
     LegacyJobStore& store = *LegacyState::current->store;
-    const JobRecord record = store.getJobRecord(id);
+    const auto& [id, record] = job;
     log(" - PROC job: aquired, ID: ", id);
     const std::string folder = folderOf(id);
     bool success = false;
@@ -90,8 +89,8 @@ void JobProcThread::processJob(std::uint32_t id) {
     log(success ? " - PROC job: finished, ID: " : " - PROC job: failed, fettle error, ID: ", id);
 }
 
-void JobProcThread::processDeletion(std::uint32_t id) {
-    const JobRecord record = LegacyState::current->store->getJobRecord(id);
+void JobProcThread::processDeletion(const LegacyJobStore::Taken& job) {
+    const auto& [id, record] = job;
     log(" - DELETE job: aquired, ID: ", id);
     deleteJobFiles(record, folderOf(id));
     log(" - DELETE job: finished, ID: ", id);

@@ -1,14 +1,13 @@
 #pragma once
 
 #include "platform/kestrel/Thread.h"
+#include "providers/legacy/LegacyJobStore.h"
 
 #include <atomic>
 #include <cstdint>
 #include <string>
 
 namespace OstrandService {
-
-class JobRecord;
 
 /// Worker of the legacy provider: takes jobs and deletions from the store, deletions first, one at
 /// a time, until it is told to stop. Several work on one store.
@@ -28,8 +27,8 @@ protected:
 
 private:
     void loop();
-    void processJob(std::uint32_t id);
-    void processDeletion(std::uint32_t id);
+    void processJob(const LegacyJobStore::Taken& job);
+    void processDeletion(const LegacyJobStore::Taken& job);
     void deleteJobFiles(const JobRecord& record, const std::string& folder);
     void log(const std::string& text, std::uint32_t id) const;
 

@@ -5,7 +5,16 @@
 #include "platform/hub/Json.h"
 #include "platform/hub/MessageLog.h"
 
+#include <cstddef>
+
 namespace OstrandService {
+
+namespace {
+
+/// Of a text that is no JSON the log gets so much, bytes: it may be one line of many megabytes.
+constexpr std::size_t longestError = 1000;
+
+} // namespace
 
 JobRecord::JobRecord(const std::string& uploads) : TranscoderJobDesc(uploads) {}
 
@@ -13,7 +22,7 @@ bool JobRecord::parseJobText(const std::string& text) {
     picojson::value value;
     std::string error;
     if (!OstrandHub::parseJsonPrefix(text, value, error)) {
-        MessageLog::the()->log("JSON POST parsing error: " + error);
+        MessageLog::the()->log("JSON POST parsing error: " + error.substr(0, longestError));
         return valid;
     }
     parse(value);

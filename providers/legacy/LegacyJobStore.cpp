@@ -6,6 +6,7 @@
 #include "providers/legacy/LegacyState.h"
 
 #include <boost/filesystem.hpp>
+#include <stdexcept>
 
 namespace OstrandService {
 
@@ -63,38 +64,55 @@ JobRecord* LegacyJobStore::findCurrent(const JobRecord& taken) {
     return taken.generation == generation && found != records.end() ? &found->second : nullptr;
 }
 
+// The log has a disk of its own, which may be slow: nothing is logged with the lock held.
 std::uint32_t LegacyJobStore::submitJob(const JobRecord& record, const std::string& text) {
+    const auto [id, added] = admit(record, text);
+    // The second reads like a failure, though the client gets the answer of a success.
+    MessageLog::the()->log(
+        (added ? "ADD job: success, ID: " : "ADD job: failed, already exists: ") +
+        std::to_string(id));
+    return id;
+}
+
+/// The job's id, and whether it was taken in.
+std::pair<std::uint32_t, bool> LegacyJobStore::admit(const JobRecord& record,
+                                                     const std::string& text) {
     const Guard guard(mutex);
     const auto known = records.find(record.getUid());
-    if (known != records.end() && !mayComeBack(known->second.state)) {
-        // Reads like a failure, though the client gets the answer of a success.
-        MessageLog::the()->log("ADD job: failed, already exists: " +
-                               std::to_string(known->second.id));
-        return known->second.id;
-    }
-    JobRecord& stored = known != records.end() ? known->second : enter(record);
+    const bool isNew = known == records.end();
+    if (!isNew && !mayComeBack(known->second.state))
+        return {known->second.id, false};
+    JobRecord& stored = isNew ? enter(record) : known->second;
     // A worker is to come by this job again, and by all open ones behind it.
     if (stored.id - 1 < cursor)
         cursor = stored.id - 1;
+    const LegacyJobState before = isNew ? States::error : stored.state;
     try {
-        makeFolders(stored.folder);
+        writeFolder(stored, isNew, text);
     } catch (...) {
-        stored.state = States::error;
+        // It may be tried again, and has not run.
+        stored.state = before;
         throw;
     }
-    if (known == records.end() && !record.cookies.empty())
-        JobFolder::writeCookies(stored.folder, record.cookies);
     ++numJobs;
     stored.addedTime = state.stopWatch.read();
     stored.commandLine = "Not Run Yet";
-    // The description comes last: a folder without it is none to the reload, and never an
-    // unfinished job taken for a failed one.
+    return {stored.id, true};
+}
+
+// The description comes last: a folder without it is none to the reload, and never an unfinished
+// job taken for a failed one. A job that has none would not be known after a restart, so it is not
+// taken; one that comes back has its old one still.
+void LegacyJobStore::writeFolder(JobRecord& stored, bool isNew, const std::string& text) const {
+    makeFolders(stored.folder);
+    if (isNew && !stored.cookies.empty())
+        JobFolder::writeCookies(stored.folder, stored.cookies);
     JobFolder::markPartial(stored.folder);
     stored.writeState(States::open);
     JobFolder::writeJobId(stored.folder, stored.id, state.serviceId());
-    OstrandHub::writeFileAtomically(stored.folder + "/.meta", text);
-    MessageLog::the()->log("ADD job: success, ID: " + std::to_string(stored.id));
-    return stored.id;
+    const std::string meta = stored.folder + "/.meta";
+    if (!OstrandHub::writeFileAtomically(meta, text) && !JobFolder::exists(meta))
+        throw std::runtime_error("job folder not writable: " + stored.folder);
 }
 
 JobRecord& LegacyJobStore::enter(const JobRecord& record) {
@@ -126,24 +144,24 @@ bool LegacyJobStore::requestDelete(std::uint32_t id) {
     }
 }
 
-std::uint32_t LegacyJobStore::takeDeleteRequest() {
+std::optional<LegacyJobStore::Taken> LegacyJobStore::takeDeleteRequest() {
     const Guard guard(mutex);
     if (deleteQueue.empty())
-        return 0;
+        return std::nullopt;
     const std::uint32_t id = deleteQueue.front();
     deleteQueue.pop_front();
-    return id;
+    return Taken{id, *find(id)};
 }
 
-std::uint32_t LegacyJobStore::takeNextOpenJob() {
+std::optional<LegacyJobStore::Taken> LegacyJobStore::takeNextOpenJob() {
     const Guard guard(mutex);
     while (cursor + 1 < keys.size()) {
         ++cursor;
         const JobRecord* const record = find(cursor);
         if (record && record->state == States::open)
-            return cursor;
+            return Taken{cursor, *record};
     }
-    return 0;
+    return std::nullopt;
 }
 
 bool LegacyJobStore::setJobState(const JobRecord& taken, LegacyJobState newState) {

@@ -6,7 +6,9 @@
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace OstrandService {
@@ -33,20 +35,28 @@ public:
 
     /// Takes a job in, or finds the one with the same uid, and returns its id. When this returns
     /// the folder tells of it. A job that failed, was deleted or canceled comes back with its old
-    /// description, only `text` is new. Where the folder can't be made this throws, and the job is
-    /// then in state 3.
+    /// description, only `text` is new. Where the folder can't be made or would have no
+    /// description, this throws; a new job is then in state 3, one that was to come back in the
+    /// state it had.
     std::uint32_t submitJob(const JobRecord& record, const std::string& text);
 
     /// Marks a job in state 2 or 3 for deletion by a worker, cancels one in state 0. False, and
     /// nothing happens, for any other.
     bool requestDelete(std::uint32_t id);
 
-    /// The first id that waits for deletion, taken from the queue; 0 where none does.
-    std::uint32_t takeDeleteRequest();
+    /// A job taken by a worker: its id and a copy of its record, of one and the same moment. The
+    /// record's own id may be another one, where two folders of an earlier process share a uid.
+    struct Taken {
+        std::uint32_t id;
+        JobRecord record;
+    };
 
-    /// The next job in state 0 behind the cursor, which moves on to it; 0 where there is none. No
-    /// two callers get the same one.
-    std::uint32_t takeNextOpenJob();
+    /// The first job that waits for deletion, taken from the queue; nothing where none does.
+    std::optional<Taken> takeDeleteRequest();
+
+    /// The next job in state 0 behind the cursor, which moves on to it; nothing where there is
+    /// none. No two callers get the same one.
+    std::optional<Taken> takeNextOpenJob();
 
     JobRecord getJobRecord(std::uint32_t id) const;
     std::string getKey(std::uint32_t id) const;
@@ -87,6 +97,8 @@ public:
     void clear();
 
 private:
+    std::pair<std::uint32_t, bool> admit(const JobRecord& record, const std::string& text);
+    void writeFolder(JobRecord& stored, bool isNew, const std::string& text) const;
     const JobRecord* find(std::uint32_t id) const;
     JobRecord* find(std::uint32_t id);
     JobRecord* findCurrent(const JobRecord& taken);

@@ -1,5 +1,6 @@
 #include "providers/legacy/LegacyJobStore.h"
 
+#include "platform/hub/FileSizeLimit.h"
 #include "platform/hub/HubFiles.h"
 #include "providers/legacy/LegacyState.h"
 #include "tests/support/TemporaryFolder.h"
@@ -34,6 +35,10 @@ protected:
         store.setJobState(taken, result);
     }
 
+    static std::uint32_t idOf(const std::optional<LegacyJobStore::Taken>& taken) {
+        return taken ? taken->id : 0;
+    }
+
     std::string content(const std::string& name) const {
         std::string text;
         EXPECT_TRUE(OstrandHub::getFileContents(folder.path(name).c_str(), text)) << name;
@@ -47,8 +52,8 @@ protected:
 
 TEST_F(LegacyJobStoreTest, EmptyStore) {
     EXPECT_EQ(store.maxJobId(), 0u);
-    EXPECT_EQ(store.takeDeleteRequest(), 0u);
-    EXPECT_EQ(store.takeNextOpenJob(), 0u);
+    EXPECT_EQ(idOf(store.takeDeleteRequest()), 0u);
+    EXPECT_EQ(idOf(store.takeNextOpenJob()), 0u);
     EXPECT_EQ(store.numJobsOpen(), 0u);
 }
 
@@ -93,14 +98,14 @@ TEST_F(LegacyJobStoreTest, FailedJobComesBackWithItsOldDescription) {
     JobRecord first("");
     ASSERT_TRUE(first.parseJobText(R"({"resource":"r","uid":"u"})"));
     ASSERT_EQ(store.submitJob(first, "first"), 1u);
-    EXPECT_EQ(store.takeNextOpenJob(), 1u);
+    EXPECT_EQ(idOf(store.takeNextOpenJob()), 1u);
     finish(1, LegacyJobStates::error);
     JobRecord second("");
     ASSERT_TRUE(second.parseJobText(R"({"resource":"other","uid":"u"})"));
     EXPECT_EQ(store.submitJob(second, "second"), 1u);
     EXPECT_EQ(store.getJobRecord(1).resource, "r");
     EXPECT_EQ(content("1/.meta"), "second");
-    EXPECT_EQ(store.takeNextOpenJob(), 1u) << "the cursor comes back to it";
+    EXPECT_EQ(idOf(store.takeNextOpenJob()), 1u) << "the cursor comes back to it";
     finish(1, LegacyJobStates::closed);
     // It counts twice, and its failure stays counted.
     EXPECT_EQ(store.numJobsTotal(), 2u);
@@ -118,6 +123,101 @@ TEST_F(LegacyJobStoreTest, JobThatCannotGetItsFolderFailsAndMayBeTriedAgain) {
     EXPECT_EQ(content("1/.status"), "{ \"status\" : 0}\n");
 }
 
+TEST_F(LegacyJobStoreTest, NewJobWhoseDescriptionCannotBeWrittenIsNotTaken) {
+    {
+        const FileSizeLimit full(0);
+        EXPECT_ANY_THROW(submit("r"));
+        EXPECT_ANY_THROW(submit("r")) << "nor when it is tried again";
+    }
+    EXPECT_EQ(store.getJobState("r"), LegacyJobStates::error);
+    EXPECT_EQ(store.numJobsTotal(), 0u);
+    EXPECT_EQ(submit("r", "text"), 1u);
+    EXPECT_EQ(content("1/.meta"), "text");
+    EXPECT_EQ(content("1/.status"), "{ \"status\" : 0}\n");
+    EXPECT_EQ(store.numJobsTotal(), 1u);
+}
+
+TEST_F(LegacyJobStoreTest, JobThatComesBackMayKeepItsOldDescriptionOnAFullDisk) {
+    submit("r", "first");
+    finish(1, LegacyJobStates::error);
+    const FileSizeLimit full(0);
+    EXPECT_EQ(submit("r", "second"), 1u);
+    EXPECT_EQ(content("1/.meta"), "first");
+    EXPECT_EQ(store.getJobState("r"), LegacyJobStates::open);
+}
+
+TEST_F(LegacyJobStoreTest, JobThatComesBackGetsALostFolderAnew) {
+    submit("r");
+    store.requestDelete(1);
+    fs::remove_all(folder.path("1"));
+    EXPECT_EQ(submit("r", "again"), 1u);
+    EXPECT_EQ(content("1/.meta"), "again");
+    EXPECT_TRUE(fs::exists(folder.path("1/popGeo")));
+}
+
+TEST_F(LegacyJobStoreTest, CursorThatComesBackRunsOpenJobsOfAnEarlierProcess) {
+    for (const std::uint32_t id : {1u, 2u, 3u}) {
+        const std::string name = std::to_string(id);
+        folder.write(name + "/.status", JobRecord::statusText(id == 1 ? 3 : 0));
+        store.loadJob(id, "{\"resource\":\"r" + name + "\"}", folder.path(name));
+    }
+    EXPECT_EQ(idOf(store.takeNextOpenJob()), 0u);
+    EXPECT_EQ(submit("r1"), 1u);
+    for (const std::uint32_t id : {1u, 2u, 3u})
+        EXPECT_EQ(idOf(store.takeNextOpenJob()), id);
+    // They count as finished since their loading, and once more at their end.
+    for (const std::uint32_t id : {1u, 2u, 3u})
+        finish(id, LegacyJobStates::closed);
+    EXPECT_EQ(store.numJobsOpen(), 4u - 6u);
+}
+
+TEST_F(LegacyJobStoreTest, CounterOfEachChangeOfState) {
+    struct Change {
+        LegacyJobState from;
+        LegacyJobState to;
+        std::uint32_t finished; // what both counters together, and that of errors, come to
+        std::uint32_t failed;
+    };
+    // From a state that was counted once.
+    const Change changes[] = {{0, 1, 0, 0}, {0, 2, 1, 0}, {0, 3, 1, 1}, {0, 7, 1, 1}, {0, 6, 0, 0},
+                              {1, 2, 1, 0}, {1, 3, 1, 1}, {1, 7, 1, 1}, {1, 0, 0, 0}, {2, 0, 0, 0},
+                              {2, 3, 1, 0}, {2, 4, 1, 0}, {3, 0, 0, 0}, {3, 2, 1, 1}, {3, 7, 1, 1},
+                              {7, 0, 0, 0}, {7, 2, 1, 1}, {5, 2, 0, 0}, {6, 0, 0, 0}, {4, 5, 0, 0}};
+    for (const Change& change : changes) {
+        store.clear();
+        submit("r");
+        store.setJobState(store.getJobRecord(1), change.from);
+        store.setJobState(store.getJobRecord(1), change.to);
+        EXPECT_EQ(store.numJobsFinished(), change.finished) << change.from << change.to;
+        EXPECT_EQ(store.numJobsFailed(), change.failed) << change.from << change.to;
+        EXPECT_EQ(content("1/.status"), JobRecord::statusText(change.to));
+    }
+}
+
+TEST_F(LegacyJobStoreTest, DescriptionWithoutUidTakesThePlaceOfTheGaps) {
+    folder.write("3/.status", JobRecord::statusText(2));
+    store.loadJob(3, "no JSON", folder.path("3"));
+    for (const std::uint32_t gap : {1u, 2u})
+        EXPECT_EQ(store.getJobRecord(gap).state, LegacyJobStates::error) << gap;
+    folder.write("5/.status", JobRecord::statusText(2));
+    store.loadJob(5, "{}", folder.path("5"));
+    EXPECT_EQ(store.getJobRecord(5).id, 3u) << "the earlier record stays";
+    EXPECT_EQ(store.numJobsFailed(), 2u);
+}
+
+TEST_F(LegacyJobStoreTest, SecondFolderWithOneUidKeepsTheEarlierRecord) {
+    for (const std::uint32_t id : {2u, 4u}) {
+        const std::string name = std::to_string(id);
+        folder.write(name + "/.status", JobRecord::statusText(id == 2 ? 2 : 3));
+        store.loadJob(id, "{\"resource\":\"r\"}", folder.path(name));
+    }
+    EXPECT_EQ(store.getJobRecord(4).id, 2u);
+    EXPECT_EQ(store.getJobRecord(4).state, LegacyJobStates::closed);
+    EXPECT_EQ(store.numJobsTotal(), 2u);
+    EXPECT_EQ(store.numJobsFailed(), 1u);
+    EXPECT_EQ(submit("r"), 2u);
+}
+
 TEST_F(LegacyJobStoreTest, DeletionByState) {
     for (const char* uid : {"open", "running", "closed", "failed"})
         submit(uid);
@@ -132,9 +232,9 @@ TEST_F(LegacyJobStoreTest, DeletionByState) {
     EXPECT_EQ(store.getJobState("closed"), LegacyJobStates::markedForDeletion);
     for (const std::uint32_t again : {0u, 1u, 3u, 5u, 4294967295u})
         EXPECT_FALSE(store.requestDelete(again)) << again;
-    EXPECT_EQ(store.takeDeleteRequest(), 3u);
-    EXPECT_EQ(store.takeDeleteRequest(), 4u);
-    EXPECT_EQ(store.takeDeleteRequest(), 0u);
+    EXPECT_EQ(idOf(store.takeDeleteRequest()), 3u);
+    EXPECT_EQ(idOf(store.takeDeleteRequest()), 4u);
+    EXPECT_EQ(idOf(store.takeDeleteRequest()), 0u);
     // A canceled job stays counted as open, deleted ones as finished.
     EXPECT_EQ(store.numJobsOpen(), 2u);
     EXPECT_EQ(store.numJobsFinished(), 2u);
@@ -148,7 +248,7 @@ TEST_F(LegacyJobStoreTest, CursorHandsOutEachOpenJobOnce) {
     std::thread threads[2];
     for (int t = 0; t < 2; ++t) {
         threads[t] = std::thread([&, t] {
-            while (const std::uint32_t id = store.takeNextOpenJob())
+            while (const std::uint32_t id = idOf(store.takeNextOpenJob()))
                 taken[t].push_back(id);
         });
     }
@@ -217,7 +317,7 @@ TEST_F(LegacyJobStoreTest, ReloadFillsGapsWithThePlaceholder) {
     EXPECT_EQ(store.numJobsFinished(), 2u);
     EXPECT_EQ(store.numJobsOpen(), 0u);
     EXPECT_EQ(submit("new"), 6u);
-    EXPECT_EQ(store.takeNextOpenJob(), 6u);
+    EXPECT_EQ(idOf(store.takeNextOpenJob()), 6u);
 }
 
 TEST_F(LegacyJobStoreTest, ReloadCountsStatesAndTakesNothingUpAgain) {
@@ -230,7 +330,7 @@ TEST_F(LegacyJobStoreTest, ReloadCountsStatesAndTakesNothingUpAgain) {
     EXPECT_EQ(store.numJobsFinished(), 5u);
     EXPECT_EQ(store.numJobsFailed(), 2u);
     EXPECT_EQ(store.getJobState("r1"), LegacyJobStates::open);
-    EXPECT_EQ(store.takeNextOpenJob(), 0u);
+    EXPECT_EQ(idOf(store.takeNextOpenJob()), 0u);
 }
 
 TEST_F(LegacyJobStoreTest, DescriptionThatCannotBeReadMakesAnErrorOnDiskToo) {

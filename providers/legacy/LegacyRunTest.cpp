@@ -8,6 +8,7 @@
 
 #include "platform/hub/HubFiles.h"
 #include "platform/hub/TranscoderJobDesc.h"
+#include "tests/support/OutputCapture.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/WaitUntil.h"
 
@@ -72,10 +73,45 @@ TEST_F(LegacyRunTest, OutcomeOfAProcess) {
     EXPECT_EQ(runProcess("sh -c 'exit 1'", path, "c.txt"), 3);
     EXPECT_EQ(runProcess("sh -c 'kill -9 $$'", path, "c.txt"), 3);
     EXPECT_EQ(runProcess("no-such-tool", path, "c.txt"), 3);
-    EXPECT_EQ(runProcess("true", path, nullptr), 2);
     EXPECT_EQ(content("c.txt"), "out\nerr\n");
     folder.makeFolder("folder");
     EXPECT_EQ(runProcess("true", path, "folder"), 2) << "a console that can't be opened";
+}
+
+TEST_F(LegacyRunTest, ProcessWithoutAConsoleFileWritesToTheServicesOutput) {
+    Support::OutputCapture capture;
+    EXPECT_EQ(runProcess("sh -c 'echo out; echo err >&2'", folder.path(), nullptr), 2);
+    EXPECT_EQ(capture.output(), "out\nerr\n");
+}
+
+TEST_F(LegacyRunTest, FileInThePlaceOfTheSceneIsReplaced) {
+    const std::string sought = "url='index.x3d'";
+    state.fettlePath = tool("fettle", "mkfifo saveFrame.x3d\n");
+    submit(R"({"resource":"r","options":"screenshot"})");
+    EXPECT_TRUE(runTool(1));
+    EXPECT_NE(content("1/saveFrame.x3d").find(sought), std::string::npos);
+}
+
+TEST_F(LegacyRunTest, SceneThatCannotBeWrittenLeavesTheToolsLine) {
+    state.fettlePath = tool("fettle", "mkdir saveFrame.x3d; exit 0\n");
+    submit(R"({"resource":"r","options":"screenshot"})");
+    EXPECT_TRUE(runTool(1));
+    EXPECT_EQ(state.store->getJobRecord(1).state, LegacyJobStates::closed);
+    EXPECT_EQ(state.store->getCommandLine("r?options=screenshot"),
+              state.fettlePath + " -i \"r\" -J statistics.html -V --x3d index.x3d ");
+    EXPECT_FALSE(fs::exists(folder.path("1/console_glimt.txt")));
+}
+
+TEST_F(LegacyRunTest, LastPlaceholderOfTheSceneIsReplaced) {
+    state.fettlePath = "true";
+    state.screenshotTemplate = "$I$ and $I$ end\n";
+    submit(R"({"resource":"r","options":"screenshot","format":"gltf"})");
+    EXPECT_TRUE(runTool(1));
+    EXPECT_EQ(content("1/saveFrame.x3d"), "$I$ and index.gltf end\n");
+    state.screenshotTemplate = "none\n";
+    submit(R"({"resource":"s","options":"screenshot"})");
+    EXPECT_TRUE(runTool(2));
+    EXPECT_EQ(content("2/saveFrame.x3d"), "none\n");
 }
 
 TEST_F(LegacyRunTest, JoinedArgumentsEndInABlank) {

@@ -14,7 +14,7 @@ LegacyJobState runProcess(const std::string& commandLine, const std::string& fol
     Kestrel::ToolStart what;
     what.commandLine = commandLine;
     what.workDir = folder;
-    what.consolePath = consoleFileName ? folder + "/" + consoleFileName : "/dev/null";
+    what.consolePath = consoleFileName ? folder + "/" + consoleFileName : "/dev/stdout";
     const auto tool = Kestrel::ToolProcess::start(what);
     if (!tool) {
         MessageLog::the()->log("Error spawning process.");

@@ -11,8 +11,8 @@ namespace OstrandService {
 class JobRecord;
 
 /// Runs one command line in `folder`, its output behind what is in the file `consoleFileName`
-/// there (null: nowhere), and waits without a limit. Returns the job state that it comes to: closed
-/// for exit code 0 or one that can't be read, else error.
+/// there (null: on the service's own standard output), and waits without a limit. Returns the job
+/// state that it comes to: closed for exit code 0 or one that can't be read, else error.
 LegacyJobState runProcess(const std::string& commandLine, const std::string& folder,
                           const char* consoleFileName);
 
