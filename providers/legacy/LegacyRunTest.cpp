@@ -72,7 +72,8 @@ TEST_F(LegacyRunTest, OutcomeOfAProcess) {
     EXPECT_EQ(runProcess("sh -c \"echo out; echo err >&2\"", path, "c.txt"), 2);
     EXPECT_EQ(runProcess("sh -c 'exit 1'", path, "c.txt"), 3);
     EXPECT_EQ(runProcess("sh -c 'kill -9 $$'", path, "c.txt"), 3);
-    EXPECT_EQ(runProcess("no-such-tool", path, "c.txt"), 3);
+    EXPECT_EQ(runProcess("no-such-tool", path, "none.txt"), 3);
+    EXPECT_EQ(content("none.txt"), "") << "made before the tool is started";
     EXPECT_EQ(content("c.txt"), "out\nerr\n");
     folder.makeFolder("folder");
     EXPECT_EQ(runProcess("true", path, "folder"), 2) << "a console that can't be opened";

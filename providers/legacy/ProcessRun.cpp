@@ -1,5 +1,6 @@
 #include "providers/legacy/ProcessRun.h"
 
+#include "framework/JobFolder.h"
 #include "platform/hub/MessageLog.h"
 #include "platform/kestrel/ToolProcess.h"
 #include "providers/legacy/LegacyJobStore.h"
@@ -14,7 +15,12 @@ LegacyJobState runProcess(const std::string& commandLine, const std::string& fol
     Kestrel::ToolStart what;
     what.commandLine = commandLine;
     what.workDir = folder;
-    what.consolePath = consoleFileName ? folder + "/" + consoleFileName : "/dev/stdout";
+    what.consolePath = "/dev/stdout";
+    if (consoleFileName) {
+        what.consolePath = folder + "/" + consoleFileName;
+        // It is there also where the tool can't be started: the job's page goes by it.
+        JobFolder::appendConsole(what.consolePath, "");
+    }
     const auto tool = Kestrel::ToolProcess::start(what);
     if (!tool) {
         MessageLog::the()->log("Error spawning process.");
