@@ -6,6 +6,8 @@ namespace Config {
 
 namespace {
 
+constexpr std::size_t usualSize = 4; ///< entries that next to no bag goes beyond
+
 char lower(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
@@ -50,10 +52,12 @@ void ParamBag::setParam(const char* key, const char* value) {
     if (Entry* entry = find(key))
         entry->second = value;
     else
-        items.emplace_back(key, value);
+        appendParam(key, value);
 }
 
 void ParamBag::appendParam(std::string key, std::string value) {
+    if (items.empty())
+        items.reserve(usualSize);
     items.emplace_back(std::move(key), std::move(value));
 }
 

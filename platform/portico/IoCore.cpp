@@ -79,10 +79,11 @@ void IoCore::run() {
 }
 
 void IoCore::runOne() {
-    // Leaves the loop behind each handler, since only there a thread can see that it is one too
-    // many. What a handler throws ends its connection, not the server.
+    // Comes back whenever there is nothing to do for a moment, since only here a thread can see
+    // that it is one too many. What a handler throws ends its connection, not the server.
     try {
         io.run_one();
+        io.poll();
     } catch (const std::exception& failure) {
         report(std::string("web server: connection failed: ") + failure.what());
     }

@@ -3,11 +3,11 @@
 // The library prints its string views and does not include this itself.
 #include <ostream>
 
-#include <algorithm>
 #include <array>
 #include <boost/beast/http/status.hpp>
 #include <cstring>
 #include <ctime>
+#include <string_view>
 #include <strings.h>
 
 namespace Portico {
@@ -16,27 +16,26 @@ namespace {
 
 /// Fields that a page can't set.
 bool isReserved(const std::string& name) {
-    static constexpr std::array<const char*, 5> names = {"Content-Length", "Transfer-Encoding",
-                                                         "Connection", "Server", "Date"};
-    for (const char* reserved : names) {
-        if (strcasecmp(name.c_str(), reserved) == 0)
+    static constexpr std::array<std::string_view, 5> names = {"Content-Length", "Transfer-Encoding",
+                                                              "Connection", "Server", "Date"};
+    for (const std::string_view reserved : names) {
+        if (name.size() == reserved.size() && strcasecmp(name.c_str(), reserved.data()) == 0)
             return true;
     }
     return false;
 }
 
-/// What would end a line, and so begin a header, or a reply, of somebody else's making.
-bool isUnwanted(char c) {
-    return c == '\r' || c == '\n' || c == '\0';
-}
-
-/// Appends what is left of a text without such characters, which next to none has.
+/// Appends a text without what would end a line in it, and so begin a header, or a reply, of
+/// somebody else's making: carriage returns, line feeds and zero bytes. Next to none has any.
 void appendClean(std::string& out, const std::string& text) {
-    auto from = text.begin();
-    while (from != text.end()) {
-        const auto end = std::find_if(from, text.end(), isUnwanted);
-        out.append(from, end);
-        from = std::find_if_not(end, text.end(), isUnwanted);
+    std::size_t at = 0;
+    while (true) {
+        const std::size_t clean =
+            std::strcspn(text.c_str() + at, "\r\n"); // ends at a zero byte too
+        out.append(text, at, clean);
+        at += clean + 1;
+        if (at > text.size())
+            return;
     }
 }
 

@@ -26,7 +26,11 @@ std::string_view parentOf(std::string_view folder) {
 }
 
 bool isMarked(std::string_view folder) {
-    return JobFolder::exists(std::string(folder) + ".partial");
+    static constexpr std::string_view marker = ".partial";
+    std::string path;
+    path.reserve(folder.size() + marker.size());
+    path.append(folder).append(marker);
+    return JobFolder::exists(path);
 }
 
 /// True while the job that a file belongs to is unfinished: its marker lies beside the file or one
@@ -52,7 +56,9 @@ bool TranscoderServiceProvider::DeliveryWebPage::create(
         reply.setCode(404);
         return true;
     }
-    const std::string path = rootPath + request.uri.substr(prefix.size());
+    std::string path;
+    path.reserve(rootPath.size() + request.uri.size() - prefix.size());
+    path.append(rootPath).append(request.uri, prefix.size());
     if (isUnfinished(path)) {
         reply.setCode(202);
         return true;
