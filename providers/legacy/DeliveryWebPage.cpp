@@ -10,6 +10,7 @@
 
 #include <boost/filesystem.hpp>
 #include <cstdio>
+#include <unistd.h>
 #include <utility>
 
 namespace OstrandService {
@@ -25,12 +26,16 @@ std::string uploadName(const std::string& extension) {
     return error ? std::string() : name.string();
 }
 
+/// Writes the file whole or not at all: a model that was cut short would pass for a smaller one.
 bool store(const std::string& path, const std::string& content) {
     std::FILE* const file = std::fopen(path.c_str(), "wbe");
     if (!file)
         return false;
     const bool written = std::fwrite(content.data(), 1, content.size(), file) == content.size();
-    return std::fclose(file) == 0 && written;
+    if (std::fclose(file) == 0 && written)
+        return true;
+    ::unlink(path.c_str());
+    return false;
 }
 
 } // namespace

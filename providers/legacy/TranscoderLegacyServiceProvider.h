@@ -66,12 +66,15 @@ private:
     void loadFolder(std::uint32_t id, const std::string& folder);
     std::string defaultDeliveryPort() const;
     bool handleReconfig(const Request& request, Reply& reply);
+    void reconfigureJobs(const picojson::value& config);
     void reconfigureDelivery(const picojson::object& config);
+    /// The next four with `workersMutex` held. startWorkers() throws std::system_error where the
+    /// system gives no more threads; those that were started then stand in the list.
     void reconfigureThreads(std::int32_t count);
-    /// Both with `workersMutex` held.
     void startWorkers(std::int32_t count);
     void stopWorkers();
     void clearCache();
+    bool startFirstWorkers();
     void registerWithHub();
     void deregisterFromHub();
     void releaseState();

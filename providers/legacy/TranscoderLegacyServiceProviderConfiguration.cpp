@@ -9,6 +9,7 @@
 #include "platform/kestrel/SysInfo.h"
 #include "platform/portico/WebPageStatic.h"
 #include "providers/legacy/DeliveryWebPage.h"
+#include "providers/legacy/JobProcThread.h"
 #include "providers/legacy/LegacyJobStore.h"
 #include "providers/legacy/ScreenshotScene.h"
 #include "providers/legacy/TranscoderLegacyServiceProvider.h"
@@ -16,6 +17,7 @@
 #include <boost/filesystem.hpp>
 #include <boost/program_options.hpp>
 #include <iostream>
+#include <system_error>
 
 namespace OstrandService {
 
@@ -75,15 +77,30 @@ bool TranscoderLegacyServiceProvider::init(const po::variables_map& vm) {
     std::cout << "Number of worker threads: " << state.workerCount << std::endl;
     MessageLog::the()->log("Params: number of worker threads: " +
                            std::to_string(state.workerCount));
-    {
-        const std::lock_guard<std::mutex> lock(state.workersMutex);
-        startWorkers(state.workerCount);
-    }
+    if (!startFirstWorkers())
+        return false;
     if (state.getDeliveryService().empty()) {
         state.setDeliveryService("http://" + Kestrel::SysInfo::the().hostName() + ":" +
                                  defaultDeliveryPort());
     }
     return true;
+}
+
+/// False, and told on standard error, where the system does not give as many threads.
+bool TranscoderLegacyServiceProvider::startFirstWorkers() {
+    const std::lock_guard<std::mutex> lock(state.workersMutex);
+    try {
+        startWorkers(state.workerCount);
+        return true;
+    } catch (const std::system_error& error) {
+        std::cerr << "cannot start " << state.workerCount << " worker threads: " << error.what()
+                  << std::endl;
+    }
+    // All at once: nobody has given them work yet.
+    for (const auto& worker : state.workerThreads)
+        worker->requestStop();
+    stopWorkers();
+    return false;
 }
 
 void TranscoderLegacyServiceProvider::makeCacheFolders() {

@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <iostream>
 #include <sstream>
+#include <utility>
 
 namespace OstrandService {
 
@@ -34,16 +35,25 @@ bool TranscoderLegacyServiceProvider::handleReconfig(const Request& request, Rep
         std::fprintf(stderr, "looking for wrong service : %s\n", service->second.to_str().c_str());
         return true;
     }
-    const picojson::value& threads = value.get("threads");
-    if (threads.is<double>())
-        reconfigureThreads(cutToInt(threads.get<double>()));
-    const picojson::value& clear = value.get("clearCache");
-    if (clear.is<bool>() && clear.get<bool>())
-        clearCache();
+    reconfigureJobs(value);
     if (config.count("deliveryPort") != 0 || config.count("deliveryProto") != 0)
         reconfigureDelivery(config);
     reply.setCode(200);
     return true;
+}
+
+// One request at a time: a second one would end the same threads and remove the same folders.
+void TranscoderLegacyServiceProvider::reconfigureJobs(const picojson::value& config) {
+    const picojson::value& threads = config.get("threads");
+    const picojson::value& clear = config.get("clearCache");
+    const bool clears = clear.is<bool>() && clear.get<bool>();
+    if (!threads.is<double>() && !clears)
+        return;
+    const std::lock_guard<std::mutex> lock(state.workersMutex);
+    if (threads.is<double>())
+        reconfigureThreads(cutToInt(threads.get<double>()));
+    if (clears)
+        clearCache();
 }
 
 void TranscoderLegacyServiceProvider::reconfigureDelivery(const picojson::object& config) {
@@ -64,8 +74,9 @@ void TranscoderLegacyServiceProvider::reconfigureDelivery(const picojson::object
 
 void TranscoderLegacyServiceProvider::startWorkers(std::int32_t count) {
     for (std::int32_t i = 0; i < count; ++i) {
-        state.workerThreads.push_back(std::make_unique<JobProcThread>());
-        state.workerThreads.back()->begin();
+        auto worker = std::make_unique<JobProcThread>();
+        worker->begin();
+        state.workerThreads.push_back(std::move(worker));
     }
 }
 
@@ -88,7 +99,6 @@ void TranscoderLegacyServiceProvider::reconfigureThreads(std::int32_t count) {
         MessageLog::the()->log("reconfiguration: too many threads: " + std::to_string(count));
         return;
     }
-    const std::lock_guard<std::mutex> lock(state.workersMutex);
     const auto& workers = state.workerThreads;
     std::fprintf(stderr, "from %d threads to %d threads\n", static_cast<int>(workers.size()),
                  count);
