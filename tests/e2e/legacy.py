@@ -1,6 +1,7 @@
 """Runs the legacy transcoder, with tools that write down what they are called with."""
 
 import json
+import socket
 
 from ports import closed_port
 from service import TOOLS, Service
@@ -29,6 +30,11 @@ class LegacyService(Service):
         if "PATH" not in self.extra_environment:
             values["PATH"] = "%s:%s" % (LEGACY_TOOLS, values["PATH"])
         return values
+
+    @property
+    def delivery(self):
+        # By the machine's own name, whatever --host says.
+        return "http://%s:%d" % (socket.gethostname(), self.port + 1)
 
     def jobs_folder(self):
         return self.cache_root
