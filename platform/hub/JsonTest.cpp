@@ -9,8 +9,20 @@ bool parses(const std::string& text) {
     return OstrandHub::parseJson(text, value);
 }
 
-std::string nested(std::size_t depth) {
-    return std::string(depth, '[') + std::string(depth, ']');
+/// A value inside as many others, each between the two texts.
+std::string nested(std::size_t depth, const std::string& open = "[",
+                   const std::string& close = "]") {
+    std::string text = "1";
+    for (std::size_t i = 0; i < depth; ++i)
+        text.insert(0, open).append(close);
+    return text;
+}
+
+std::string repeated(std::size_t count, const std::string& piece) {
+    std::string text;
+    for (std::size_t i = 0; i < count; ++i)
+        text += piece;
+    return text;
 }
 
 TEST(Json, ReadsValueWithWhiteSpaceAround) {
@@ -57,6 +69,16 @@ TEST(Json, DepthIsLimited) {
     EXPECT_TRUE(parses(nested(100)));
     EXPECT_FALSE(parses(nested(101)));
     EXPECT_FALSE(parses(std::string(1000000, '[')));
+    EXPECT_TRUE(parses(nested(100, "{\"a\":", "}")));
+    EXPECT_FALSE(parses(nested(101, "{\"a\":", "}")));
+    EXPECT_TRUE(parses(nested(50, "[{\"a\":", "}]")));
+    EXPECT_FALSE(parses(nested(51, "[{\"a\":", "}]")));
+    EXPECT_FALSE(parses(repeated(1000000, "{\"a\":")));
+    EXPECT_FALSE(parses(repeated(1000000, "[{\"a\":")));
+}
+
+TEST(Json, DepthIsThatOfOneBranch) {
+    EXPECT_TRUE(parses("[" + repeated(300, "{},[[]],{\"a\":{\"b\":[]},\"c\":[{}]},") + "1]"));
 }
 
 TEST(Json, LeavesTheOutputAloneOnFailure) {
