@@ -110,7 +110,9 @@ void ServiceProvider::start() {
     hubProvider->setRegIPAddress(regAddress);
     hubProvider->regByMulticast = regByMulticast;
     hubProvider->mcastPort = host.mport;
-    hubProvider->setAddress(Portico::InetAddress::getByAddress(host.maddr));
+    const bool group = hubProvider->setAddress(Portico::InetAddress::getByAddress(host.maddr));
+    if (!group && regByMulticast)
+        MessageLog::the()->log("hub: no multicast address: " + host.maddr);
     hubProvider->mcastTtl = host.mttl;
     // The hub's clients keep the interval in 16 bits; more does not reach them.
     hubProvider->refreshInterval = static_cast<std::uint16_t>(host.refresh);

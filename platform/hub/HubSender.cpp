@@ -31,6 +31,7 @@ void logFailure(const HubMessage& message, const std::string& reason) {
 struct Item {
     HubMessage message;
     std::chrono::seconds renewal{0};
+    bool last = false;       ///< what comes before it is given up to let it through
     std::promise<bool> left; ///< set when the message has been dealt with: true if it has left
 };
 
@@ -39,13 +40,14 @@ struct Item {
 struct HubSender::State {
     std::shared_ptr<HubTransport> transport; ///< used by the thread alone
     std::shared_ptr<HubClock> clock;
-    std::atomic<bool> abandoned{false}; ///< nobody waits for what is under way any more
+    std::atomic<bool> abandoned{false}; ///< what is under way is to be given up
 
     std::mutex mutex; ///< guards what follows; never held over a sending
     std::condition_variable changed;
     std::deque<Item> queue;
-    bool ending = false;   ///< the thread is to end
-    bool finished = false; ///< the thread has come to its end
+    bool lastTaken = false; ///< the last message is under way, or dealt with
+    bool ending = false;    ///< the thread is to end
+    bool finished = false;  ///< the thread has come to its end
 
     // The thread's own.
     HubMessage renewed;            ///< what is sent again
@@ -66,6 +68,10 @@ std::optional<Item> HubSender::State::next() {
         if (!queue.empty()) {
             Item item = std::move(queue.front());
             queue.pop_front();
+            if (item.last) {
+                lastTaken = true;
+                abandoned = false;
+            }
             return item;
         }
         if (!due) {
@@ -152,14 +158,24 @@ bool HubSender::sendLast(HubMessage message, std::chrono::milliseconds limit) {
     if (!ensureThread(message))
         return false;
     Item item;
-    item.message = std::move(message);
+    item.message = message;
+    item.last = true;
     std::future<bool> left = item.left.get_future();
     {
         const std::lock_guard<std::mutex> guard(state->mutex);
+        state->lastTaken = false;
         state->queue.push_back(std::move(item));
         state->changed.notify_all();
     }
-    return left.wait_for(limit) == std::future_status::ready && left.get();
+    if (left.wait_for(limit / 2) != std::future_status::ready) {
+        const std::lock_guard<std::mutex> guard(state->mutex);
+        if (!state->lastTaken)
+            state->abandoned = true;
+    }
+    if (left.wait_for(limit - limit / 2) == std::future_status::ready)
+        return left.get();
+    logFailure(message, "the last message has not left in time");
+    return false;
 }
 
 void HubSender::end() {

@@ -43,7 +43,8 @@ public:
     bool send(HubMessage message, std::chrono::seconds renewal);
 
     /// Ends the renewal, queues the message behind what is still to be sent and waits for it to
-    /// leave. True if it has left within `limit`.
+    /// leave. What is before it gets half of `limit` and is then given up. True if the message has
+    /// left within `limit`.
     bool sendLast(HubMessage message, std::chrono::milliseconds limit);
 
     /// Ends the thread and drops what is queued. A request under way is given up; a thread that

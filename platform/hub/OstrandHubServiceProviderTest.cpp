@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <thread>
 
 namespace {
 
@@ -233,6 +234,20 @@ TEST_F(HubClient, HubThatHangsDelaysNeitherStartNorEnd) {
     // The thread still hangs, with the client gone; the fixture releases it.
     client.reset();
     EXPECT_EQ(hub->deliveries().size(), 1U);
+}
+
+TEST_F(HubClient, SlowHubIsToldOfTheEndAllTheSame) {
+    hub->hang(false);
+    client->addServiceProvider("{}", false);
+    hub->waitFor(1);
+    // The registration is given up for the deregistration, which the hub then takes.
+    std::thread hubThatWakes([this] {
+        hub->waitFor(2);
+        hub->release();
+    });
+    EXPECT_TRUE(client->removeServiceProvider(false));
+    hubThatWakes.join();
+    EXPECT_EQ(hub->deliveries().at(1).document, deregistration());
 }
 
 TEST_F(HubClient, CloseGivesUpWhatIsUnderWay) {

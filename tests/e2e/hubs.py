@@ -58,11 +58,13 @@ class RecordingHub:
 
 class RudeHub:
     """Listens; `manner` is "silent" (takes connections, never answers), "garbage" (answers no
-    HTTP) or "closing" (closes at once)."""
+    HTTP), "closing" (closes at once) or "waking" (never answers the first connection, takes what
+    comes by the others)."""
 
     def __init__(self, manner):
         self.manner = manner
         self.connections = []
+        self.received = []
         self.listener = socket.create_server(("127.0.0.1", 0))
         self.address = "127.0.0.1:%d" % self.listener.getsockname()[1]
         self.thread = threading.Thread(target=self.serve, daemon=True)
@@ -75,6 +77,12 @@ class RudeHub:
             except OSError:
                 return
             self.connections.append(connection)
+            if self.manner == "waking" and len(self.connections) > 1:
+                message = b""
+                while not message.endswith(b"}"):
+                    message += connection.recv(65536)
+                self.received.append(message)
+                connection.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n")
             if self.manner == "garbage":
                 connection.sendall(b"\0\1\2 this is no HTTP \r\n\r\n" * 10)
             if self.manner in ("garbage", "closing"):

@@ -240,7 +240,8 @@ def test_multicast(services, way):
 @pytest.mark.parametrize("address", ["nonsense", "300.1.1.1", "", "10.1.2.3.4"])
 def test_multicast_address_that_is_none(services, address):
     service = services.start("--mcastreg", "--maddr", address)
-    wait_for(lambda: "Z hub " in service.log(), "the line in the log")
+    wait_for(lambda: "Z hub :" in service.log(), "the line in the log")
+    assert "Z hub: no multicast address: %s\n" % address in service.log()
     assert service.stop() < 10
 
 
@@ -255,6 +256,16 @@ def test_rude_hub(services, manner):
         if manner != "silent":
             wait_for(lambda: "hub %s: " % hub.address in service.log(), "the line in the log")
         assert service.stop() < 10
+
+
+def test_slow_hub_is_told_of_the_end(services):
+    """A registration that is still under way is given up for the deregistration."""
+    with RudeHub("waking") as hub:
+        service = services.start(hub=hub.address)
+        wait_for(lambda: hub.connections, "the registration")
+        assert service.stop() < 10
+        wait_for(lambda: hub.received, "the deregistration")
+        assert json.loads(hub.received[0].partition(b"\r\n\r\n")[2]) == removal(service)
 
 
 def test_silent_hub_is_given_up(services):
