@@ -3,6 +3,7 @@
 import json
 import socket
 
+import raw_http
 from ports import closed_port
 from service import TOOLS, Service
 from waiting import wait_for
@@ -49,10 +50,9 @@ class LegacyService(Service):
         headers = {"Content-Type": media_type} if media_type is not None else {}
         return self.fetch(path, "POST", data=content, headers=headers, **arguments)
 
-    def submit_form(self, **parameters):
-        """Submits by GET; the values go out as they stand."""
-        query = "&".join("%s=%s" % pair for pair in parameters.items())
-        return self.get("/job/add" + ("?" + query if query else ""))
+    def submit_form(self, query):
+        """Submits by GET, the query going out as it stands."""
+        return raw_http.ask(self.port, raw_http.request("GET", "/job/add?" + query))
 
     def run(self, resource="model.obj", **keys):
         """Submits a tool job; returns its id."""
