@@ -179,10 +179,10 @@ void TranscoderJobDesc::read(const JobFields& fields) {
     if (fields.has("uid") && uid.empty())
         throw JobRefused{"uid is empty"};
     if (!fields.has("uid")) {
-        if (batch && batch->empty() && resource.empty())
-            throw JobRefused{"an empty batch with neither resource nor uid"};
         uid = batch ? batchUid(resource, commands)
                     : toolJobUid(fields, outputType, annotationText(annotations));
+        if (uid.empty())
+            throw JobRefused{"an empty batch with neither resource nor uid"};
     }
     if (holdsControl(uid))
         throw JobRefused{"uid with a control character"};

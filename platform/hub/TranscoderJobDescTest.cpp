@@ -196,6 +196,9 @@ TEST_F(JobDesc, FormedUidOfABatchHoldsItsLines) {
     EXPECT_EQ(refusal(R"({"commands":[]})"), "an empty batch with neither resource nor uid");
     EXPECT_EQ(refusal(R"({"commands":[],"resource":""})"),
               "an empty batch with neither resource nor uid");
+    TranscoderJobDesc::cmd_whitelist = {"*"};
+    EXPECT_EQ(refusal(R"({"commands":[""]})"), "an empty batch with neither resource nor uid");
+    EXPECT_EQ(uid(R"({"commands":["",""]})"), "; ");
 }
 
 TEST_F(JobDesc, UidMustNotBeEmptyNorHoldControlCharacters) {
@@ -253,7 +256,7 @@ TEST_F(JobDesc, StarAllowsEveryLine) {
     TranscoderJobDesc::cmd_whitelist = {"*"};
     EXPECT_TRUE(parsed(R"({"commands":["/bin/rm x"]})").valid);
     EXPECT_TRUE(parsed(R"({"commands":["fettle 'x"]})").valid);
-    EXPECT_TRUE(parsed(R"({"commands":[""]})").valid);
+    EXPECT_TRUE(parsed(R"({"commands":[""],"uid":"u"})").valid);
 }
 
 TEST_F(JobDesc, EmptyWhitelistAllowsNothing) {

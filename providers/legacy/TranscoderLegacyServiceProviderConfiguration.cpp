@@ -1,3 +1,4 @@
+#include "framework/DeliveryServer.h"
 #include "framework/JobFolder.h"
 #include "framework/NumberedFolders.h"
 #include "framework/OptionValues.h"
@@ -173,19 +174,9 @@ void TranscoderLegacyServiceProvider::addPages() {
 }
 
 void TranscoderLegacyServiceProvider::start() {
-    const OstrandService& host = OstrandService::the();
-    deliveryServer.setRealm("OstrandServiceDelivery");
-    deliveryServer.setLogSize(25);
-    deliveryServer.startFlags = 0;
-    deliveryServer.threadParams = host.webServer.threadParams;
-    deliveryServer.traceRequests = false;
-    deliveryServer.traceReplies = false;
     // Never over TLS: the provider is given no certificate for it.
-    deliveryServer.start("", static_cast<std::uint16_t>(host.port + 1), "", "");
-    std::cout << "OstrandServiceDelivery listening on port: "
-              << deliveryServer.socketAddress.getServicePort() << " with : " << host.listenThreads
-              << " threads" << std::endl
-              << std::endl;
+    startDeliveryServer(deliveryServer, "", "");
+    std::cout << std::endl;
     registerWithHub();
 }
 

@@ -1,4 +1,5 @@
 #include "framework/Cors.h"
+#include "framework/DeliveryServer.h"
 #include "framework/JsonNumbers.h"
 #include "framework/OptionValues.h"
 #include "framework/WebPageObject.h"
@@ -122,19 +123,8 @@ void TranscoderServiceProvider::addPages() {
 }
 
 void TranscoderServiceProvider::start() {
-    const OstrandService& host = OstrandService::the();
     workerThreads.resize(workerCount, nullptr);
-    deliveryServer.setRealm("OstrandServiceDelivery");
-    deliveryServer.setLogSize(25);
-    deliveryServer.startFlags = 0;
-    deliveryServer.threadParams = host.webServer.threadParams;
-    deliveryServer.traceRequests = false;
-    deliveryServer.traceReplies = false;
-    deliveryServer.start("", static_cast<std::uint16_t>(host.port + 1), deliveryCert, deliveryKey);
-    std::cout << "OstrandServiceDelivery listening on port: "
-              << deliveryServer.socketAddress.getServicePort() << " with : " << host.listenThreads
-              << " threads" << std::endl;
-
+    startDeliveryServer(deliveryServer, deliveryCert, deliveryKey);
     ServiceProvider::start();
 
     std::ostringstream document;
@@ -142,7 +132,7 @@ void TranscoderServiceProvider::start() {
     document << "," << std::endl << std::endl;
     writeRegistrationEntries(document);
     writeRegistrationTail(document);
-    hubProvider->addServiceProvider(document.str(), host.ssl);
+    hubProvider->addServiceProvider(document.str(), OstrandService::the().ssl);
 }
 
 void TranscoderServiceProvider::shutdown() {
