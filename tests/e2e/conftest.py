@@ -8,6 +8,7 @@ import tempfile
 import pytest
 
 from legacy import LegacyService
+from render import RenderService
 from service import BUILD, Service
 
 
@@ -139,26 +140,38 @@ def legacy(services):
     return services.start(kind=LegacyService)
 
 
-@pytest.fixture(scope="module")
-def shared(all_folders, ending, request):
+@pytest.fixture
+def render(services):
+    """A render provider with one slot, whose application waits for a gate."""
+    return services.start(kind=RenderService)
+
+
+def _one_for_all(all_folders, ending, request, **settings):
     """One service for all the tests of a file that leave it as it was."""
     path = _make_folder(all_folders, request.module.__name__)
     made = Services(path)
-    yield made.start()
+    yield made.start(**settings)
     ending.take(request.module.__name__, made.made)
     ending.remove(path)
     ending.collect()
+
+
+@pytest.fixture(scope="module")
+def shared(all_folders, ending, request):
+    """One transcoder for all the tests of a file that leave it as it was."""
+    yield from _one_for_all(all_folders, ending, request)
 
 
 @pytest.fixture(scope="module")
 def shared_legacy(all_folders, ending, request):
     """One legacy transcoder for all the tests of a file that leave it as it was."""
-    path = _make_folder(all_folders, request.module.__name__)
-    made = Services(path)
-    yield made.start(kind=LegacyService)
-    ending.take(request.module.__name__, made.made)
-    ending.remove(path)
-    ending.collect()
+    yield from _one_for_all(all_folders, ending, request, kind=LegacyService)
+
+
+@pytest.fixture(scope="module")
+def shared_render(all_folders, ending, request):
+    """One render provider with a free slot for all the tests of a file that leave it as it was."""
+    yield from _one_for_all(all_folders, ending, request, kind=RenderService)
 
 
 @pytest.fixture(scope="session")
