@@ -6,8 +6,13 @@ import os
 import random
 import socket
 
-# Below the range from which the system takes the ports of outgoing connections.
-LOWEST, HIGHEST = 11000, 32000
+# Below the range from which the system takes the ports of outgoing connections. Test runners that
+# work side by side take theirs from parts of their own: a port that one holds free on purpose would
+# look free to the other.
+_RUNNERS = int(os.environ.get("PYTEST_XDIST_WORKER_COUNT", "1"))
+_SHARE = (32000 - 11000) // _RUNNERS
+LOWEST = 11000 + _SHARE * int(os.environ.get("PYTEST_XDIST_WORKER", "gw0")[2:])
+HIGHEST = LOWEST + _SHARE - 2
 _random = random.Random(os.getpid() * 7919)
 _given = set()
 
