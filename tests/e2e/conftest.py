@@ -174,6 +174,18 @@ def shared_render(all_folders, ending, request):
     yield from _one_for_all(all_folders, ending, request, kind=RenderService)
 
 
+@pytest.fixture(params=["main", "delivery"])
+def port(request, shared):
+    """Each of the two plain servers in turn."""
+    return shared.port + (request.param == "delivery")
+
+
+@pytest.fixture
+def lean(services):
+    """A service whose memory can be measured: the address sanitizer keeps what has been freed."""
+    return services.start(environment={"ASAN_OPTIONS": "quarantine_size_mb=1"})
+
+
 @pytest.fixture(scope="session")
 def certificate(all_folders):
     """A certificate for localhost and 127.0.0.1 that vouches for itself, and its key."""
