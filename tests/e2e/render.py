@@ -9,6 +9,7 @@ from waiting import wait_for
 HOLD = "hold gate"
 FIELDS = ("class", "gpus", "cpus", "port", "outputs", "display", "app", "portOpt", "classOpt",
           "gpuOpt", "cpuOpt", "outOpt", "addOpt")
+CORS = {"access-control-allow-origin": "*", "access-control-allow-headers": "content-type"}
 _ROW = re.compile(r"<tr><td><a href='\.\./job/(\d+)'>\1</a></td>"
                   r"<td title=\"not set\">not set</td><td title=\"([^\"]*)\">\2</td>"
                   r"<td>([A-Z ]+)</td><td>0 sec</td><td></td></tr>")
@@ -111,15 +112,35 @@ class RenderService(Service):
                  lambda: "job %s to be %s, which is %s" % (identifier, state,
                                                            self.state(identifier)))
 
-    def stop_job(self, identifier):
-        """Stops a job's application as a client does it: again, until it has ended. A stop that
-        comes before the application runs changes nothing."""
+    def stop_job(self, identifier, path=None):
+        """Stops a job's application as a client does it: again, until that has an effect. A stop
+        that comes before the application's process is known changes nothing; one that comes behind
+        an effective one may free the slot, so none is sent then."""
         def stopped():
-            reply = self.delete(identifier)
-            assert (reply.status_code, reply.text) == (200, "")
-            return self.state(identifier) not in ("OPEN", "IN PROCESS", "TERMINATING")
+            state = self.state(identifier)
+            if state in ("OPEN", "IN PROCESS"):
+                reply = self.delete(path or identifier)
+                assert (reply.status_code, reply.text) == (200, "")
+            return state not in ("OPEN", "IN PROCESS", "TERMINATING")
         wait_for(stopped, lambda: "job %s to stop, which is %s" % (identifier,
                                                                    self.state(identifier)))
 
     def meta(self, identifier):
         return (self.job_folder(identifier) / ".meta").read_text()
+
+
+def start_render(services, *renderers, **settings):
+    """A render provider with these entries."""
+    return services.start(kind=RenderService, renderers=list(renderers), **settings)
+
+
+def cors_of(reply):
+    return {name: value for name, value in reply.headers.items()
+            if name.startswith("access-control")}
+
+
+def assert_bare(reply, code, cors=True):
+    """An answer that is a code alone; the headers are those of a raw reply."""
+    assert (reply.code, reply.body) == (code, b"")
+    assert "content-type" not in reply.headers
+    assert cors_of(reply) == (CORS if cors else {})
