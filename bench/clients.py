@@ -24,13 +24,20 @@ class Connection:
         self.pending = b""
 
     def post(self, path, body):
-        """Sends a request and returns the answer's body; raises unless it is 200."""
+        """Sends a request and returns the answer's body; raises unless it is a success."""
         head = "POST %s HTTP/1.1\r\nHost: x\r\nContent-Length: %d\r\n\r\n" % (path, len(body))
-        self.socket.sendall(head.encode() + body)
+        return self._ask(path, head.encode() + body)
+
+    def get(self, path):
+        """The like, without a body."""
+        return self._ask(path, ("GET %s HTTP/1.1\r\nHost: x\r\n\r\n" % path).encode())
+
+    def _ask(self, path, message):
+        self.socket.sendall(message)
         while b"\r\n\r\n" not in self.pending:
             self._receive()
         head, self.pending = self.pending.split(b"\r\n\r\n", 1)
-        if head.split()[1] != b"200":
+        if not head.split()[1].startswith(b"2"):
             raise RuntimeError("%s: %s" % (path, head))
         length = int(re.search(rb"(?i)\ncontent-length: *(\d+)", head).group(1))
         while len(self.pending) < length:
