@@ -8,6 +8,7 @@
 
 #include <boost/filesystem.hpp>
 #include <exception>
+#include <pthread.h>
 #include <unistd.h>
 
 namespace OstrandService {
@@ -45,6 +46,8 @@ void JobProcThread::begin() {
 }
 
 int JobProcThread::run() {
+    // Who looks at the process can tell the workers from the threads of the web servers.
+    ::pthread_setname_np(::pthread_self(), "job worker");
     while (running) {
         try {
             loop();
