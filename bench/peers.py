@@ -1,6 +1,7 @@
 """The programs beside ours: nginx, the web server alone, and the load generator."""
 
 import contextlib
+import dataclasses
 import os
 import re
 import shutil
@@ -115,6 +116,33 @@ def wrk(port, path, connections, seconds):
     if fault:
         raise RuntimeError("%s: %s" % (url, fault.group(0)))
     return float(re.search(r"Requests/sec: *([\d.]+)", done.stdout).group(1))
+
+
+@dataclasses.dataclass
+class Load:
+    """What wrk saw."""
+
+    rate: float  # requests a second
+    middle: float  # ms until the answer, of half of them
+    late: float  # of all but a hundredth
+
+
+def wrk_script(port, script, connections, seconds):
+    """Load by a script over keep-alive connections. Raises where an answer was no success."""
+    done = subprocess.run(["wrk", "-t2", "-c%d" % connections, "-d%ds" % seconds, "--latency", "-s",
+                           str(script), "http://127.0.0.1:%d" % port],
+                          stdout=subprocess.PIPE, check=True, text=True)
+    fault = _WRK_FAULTS.search(done.stdout)
+    if fault:
+        raise RuntimeError("%s: %s" % (script, fault.group(0)))
+
+    def percentile(name):
+        value, unit = re.search(r"^ +%s%% +([\d.]+)(us|ms|s)$" % name, done.stdout,
+                                re.MULTILINE).groups()
+        return float(value) * {"us": 0.001, "ms": 1, "s": 1000}[unit]
+
+    rate = float(re.search(r"Requests/sec: *([\d.]+)", done.stdout).group(1))
+    return Load(rate, percentile(50), percentile(99))
 
 
 def settle():

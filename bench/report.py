@@ -5,7 +5,7 @@ import statistics
 import typing
 
 ROW_NAMES = ("accepted-32", "accepted-256", "result-1k", "result-1m", "jobs-2", "jobs-8",
-             "blocked", "idle", "reload", "legacy-list", "legacy-jobs")
+             "blocked", "idle", "submit", "reload", "legacy-list", "legacy-jobs")
 
 BEGIN = "<!-- FIGURES: "
 END = "<!-- END OF FIGURES -->"
@@ -19,15 +19,18 @@ class Result:
     unit: str
     ours: typing.List[float]
     peer: typing.List[float]
-    wanted: float
+    wanted: typing.Optional[float]  # None: nothing but the figure
     at_most: bool = False  # else `wanted` is the least
 
     def value(self):
         middle = statistics.median(self.ours)
         return middle / statistics.median(self.peer) if self.peer else middle
 
-    def met(self):
-        return self.value() <= self.wanted if self.at_most else self.value() >= self.wanted
+    def verdict(self):
+        if self.wanted is None:
+            return "-"
+        met = self.value() <= self.wanted if self.at_most else self.value() >= self.wanted
+        return "met" if met else "missed"
 
 
 def matching(words):
@@ -56,10 +59,11 @@ def table(results):
     for result in results:
         bound = "at most" if result.at_most else "at least"
         ratio = "%.2f" % result.value() if result.peer else "-"
-        wanted = "%s %g%s" % (bound, result.wanted, "" if result.peer else " " + result.unit)
+        wanted = "-" if result.wanted is None else "%s %g%s" % (
+            bound, result.wanted, "" if result.peer else " " + result.unit)
         lines.append("| %s | %s | %s | %s | %s | %s |" % (
             result.what, figures(result.ours, result.unit), figures(result.peer, result.unit),
-            ratio, wanted, "met" if result.met() else "missed"))
+            ratio, wanted, result.verdict()))
     return "\n".join(lines)
 
 
