@@ -351,7 +351,9 @@ def test_up_and_down_under_load(service):
             body = json.dumps({"resource": "say %d" % len(jobs)})
             reply = ask(service.port, request("POST", "/job", body=body))
             jobs.append(int(reply.body.partition(b"@")[0]))
-            over.wait(0.02)
+            # Enough for every worker, at all times.
+            while int(ask(service.port, request("GET", "/job/list/open")).body) > 20:
+                over.wait(0.02)
     client = in_background(submit)
     try:
         for _ in range(rounds):
