@@ -146,32 +146,33 @@ def render(services):
     return services.start(kind=RenderService)
 
 
-def _one_for_all(all_folders, ending, request, **settings):
-    """One service for all the tests of a file that leave it as it was."""
+@pytest.fixture(scope="module")
+def module_services(all_folders, ending, request):
+    """Makes services that live as long as the tests of a file."""
     path = _make_folder(all_folders, request.module.__name__)
     made = Services(path)
-    yield made.start(**settings)
+    yield made
     ending.take(request.module.__name__, made.made)
     ending.remove(path)
     ending.collect()
 
 
 @pytest.fixture(scope="module")
-def shared(all_folders, ending, request):
+def shared(module_services):
     """One transcoder for all the tests of a file that leave it as it was."""
-    yield from _one_for_all(all_folders, ending, request)
+    return module_services.start()
 
 
 @pytest.fixture(scope="module")
-def shared_legacy(all_folders, ending, request):
+def shared_legacy(module_services):
     """One legacy transcoder for all the tests of a file that leave it as it was."""
-    yield from _one_for_all(all_folders, ending, request, kind=LegacyService)
+    return module_services.start(kind=LegacyService)
 
 
 @pytest.fixture(scope="module")
-def shared_render(all_folders, ending, request):
+def shared_render(module_services):
     """One render provider with a free slot for all the tests of a file that leave it as it was."""
-    yield from _one_for_all(all_folders, ending, request, kind=RenderService)
+    return module_services.start(kind=RenderService)
 
 
 @pytest.fixture(params=["main", "delivery"])

@@ -5,12 +5,11 @@ import json
 import os
 import shutil
 import subprocess
-import time
 
 import pytest
 
 from legacy import LegacyService
-from waiting import wait_for
+from waiting import stays, wait_for
 
 
 def test_answered_jobs_are_known_after_a_kill(services):
@@ -77,8 +76,7 @@ def test_orderly_end_waits_for_tools_and_leaves_the_rest_open(services):
     running, waiting = service.run("hold gate"), service.run("waiting")
     service.wait_started(running)
     service.process.terminate()
-    time.sleep(0.3)
-    assert not service.has_ended()
+    stays(lambda: not service.has_ended(), "the service with its tool", 0.3)
     service.open_gate(running)
     service.stop()
     assert service.stored_status(running) == 2

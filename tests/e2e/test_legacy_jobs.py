@@ -44,11 +44,9 @@ def check_calls(service, expected):
 
 
 @pytest.fixture(scope="module")
-def many(all_folders, ending, request):
+def many(module_services):
     """A legacy transcoder with many workers, since each pauses behind a job."""
-    service = LegacyService(all_folders / "legacy-many", ["--worker_threads", 24])
-    yield service.start()
-    ending.take(request.module.__name__, [service])
+    return module_services.start("--worker_threads", 24, kind=LegacyService)
 
 
 def test_each_operation_alone(many):

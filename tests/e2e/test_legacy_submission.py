@@ -13,11 +13,9 @@ REFUSED = "Z ADD job: failed, bad request\n"
 
 
 @pytest.fixture(scope="module")
-def service(all_folders, ending, request):
+def service(module_services):
     """Without workers: jobs stay open."""
-    made = LegacyService(all_folders / "legacy-submission", ["--worker_threads", 0])
-    yield made.start()
-    ending.take(request.module.__name__, [made])
+    return module_services.start("--worker_threads", 0, kind=LegacyService)
 
 
 def without_times(log):

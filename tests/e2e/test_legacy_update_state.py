@@ -6,10 +6,10 @@ from legacy import LegacyService
 
 
 @pytest.fixture(scope="module")
-def service(all_folders, ending, request):
+def service(module_services):
     """Holds job 1, closed; 2, error; 3, in process; 4, open; 5, canceled; 6, deleted; and, from an
     earlier process, 7, terminated and 9, marked for deletion. There is no job 8."""
-    made = LegacyService(all_folders / "legacy-states", ["--worker_threads", 1])
+    made = module_services.make(options=["--worker_threads", 1], kind=LegacyService)
     for identifier, state in ((7, 7), (9, 4)):
         folder = made.cache_root / str(identifier)
         folder.mkdir(parents=True)
@@ -22,8 +22,7 @@ def service(all_folders, ending, request):
     assert made.get("/job/delete?id=12").text == "ok"
     assert made.get("/job/delete?id=15").text == "ok"
     made.wait_started(13)
-    yield made
-    ending.take(request.module.__name__, [made])
+    return made
 
 
 def ask(service, *elements, **arguments):
