@@ -8,6 +8,7 @@ import resource
 import selectors
 import signal
 import socket
+import statistics
 import subprocess
 import time
 
@@ -28,9 +29,9 @@ class Connection:
         head = "POST %s HTTP/1.1\r\nHost: x\r\nContent-Length: %d\r\n\r\n" % (path, len(body))
         return self._ask(path, head.encode() + body)
 
-    def get(self, path):
-        """The like, without a body."""
-        return self._ask(path, ("GET %s HTTP/1.1\r\nHost: x\r\n\r\n" % path).encode())
+    def get(self, path, headers=""):
+        """The like, without a body; `headers` are whole lines with their ends."""
+        return self._ask(path, ("GET %s HTTP/1.1\r\nHost: x\r\n%s\r\n" % (path, headers)).encode())
 
     def _ask(self, path, message):
         self.socket.sendall(message)
@@ -52,6 +53,22 @@ class Connection:
         self.pending += piece
 
 
+def milliseconds(action, times=7):
+    """The median time of some calls, behind one that does not count."""
+    def once():
+        begin = time.monotonic()
+        action()
+        return (time.monotonic() - begin) * 1000
+
+    return statistics.median([once() for _ in range(times + 1)][1:])
+
+
+def question(provider, numbers):
+    """The body that asks for the states of jobs."""
+    return json.dumps({"Parameters": [[0, "http://x/%s/%d" % (provider, number)]
+                                      for number in numbers]}).encode()
+
+
 class JobClient:
     """Submits jobs of `true` to a fresh service and waits for their end."""
 
@@ -66,21 +83,17 @@ class JobClient:
         batches = [json.dumps([{"commands": ["true"], "uid": "job %d" % number}
                                for number in range(first, min(first + self.BATCH, count))]).encode()
                    for first in range(0, count, self.BATCH)]
-        last = self._question([count])
-        every = self._question(range(1, count + 1))
+        last = question(self.provider, [count])
+        every = question(self.provider, range(1, count + 1))
         begin = time.monotonic()
         accepted = sum(self.connection.post("/job", batch).count(b"[202,") for batch in batches)
         if accepted != count:
             raise RuntimeError("%d of %d jobs accepted" % (accepted, count))
         # The last one is as good as the end of all; asking for all of them is the proof.
-        for question, ended in ((last, 1), (every, count)):
-            while self.connection.post("/job/updateState", question).count(b"[200,") != ended:
+        for asked, ended in ((last, 1), (every, count)):
+            while self.connection.post("/job/updateState", asked).count(b"[200,") != ended:
                 time.sleep(0.005)
         return time.monotonic() - begin
-
-    def _question(self, numbers):
-        return json.dumps({"Parameters": [[0, "http://x/%s/%d" % (self.provider, number)]
-                                          for number in numbers]}).encode()
 
 
 class Blockers:

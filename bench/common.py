@@ -10,6 +10,7 @@ import peers
 from service import Service
 
 PROVIDER = "bench"
+SUBMIT = pathlib.Path(__file__).with_name("submit.lua")
 
 
 @dataclasses.dataclass
@@ -34,10 +35,14 @@ class Settings:
 
 
 @contextlib.contextmanager
-def service(settings, workers, folder=None):
-    """The real program with as many workers, and its default number of page threads."""
+def service(settings, workers, folder=None, before=None):
+    """The real program with as many workers, and its default number of page threads; `before` is
+    called with the folder of its jobs before it starts."""
     own = Service(folder or settings.folder(), ["--worker_threads", workers],
                   provider_id=PROVIDER, listen_threads=None)
+    if before:
+        own.jobs_folder().mkdir(parents=True)
+        before(own.jobs_folder())
     try:
         yield own.start()
         own.stop()

@@ -1,18 +1,15 @@
 """Rows of the jobs: their rate, and their table after a restart."""
 
 import functools
-import pathlib
 import subprocess
 import time
 
 import clients
 import peers
-from common import PROVIDER, in_turns, make_folders, service
+from common import PROVIDER, SUBMIT, in_turns, make_folders, service
 from report import Result
 from service import Service
 from waiting import wait_for
-
-SUBMIT = pathlib.Path(__file__).with_name("submit.lua")
 
 
 def jobs(settings, workers):
@@ -52,29 +49,36 @@ def jobs(settings, workers):
 def submission(settings):
     """Submission alone: 32 clients, each job with a name of its own, no worker. The peer makes the
     same folders and files and has nobody to answer."""
-    count = settings.size(20000, 4000)
+    results = submission_below(settings, settings.scratch, "on the disk")
+    if settings.memory:
+        results += submission_below(settings, settings.memory, "in memory")
+    return results
+
+
+def submission_below(settings, below, place):
     loads = []
 
     def ours():
         peers.settle()
-        with service(settings, workers=0) as own:
+        with service(settings, 0, settings.folder(below)) as own:
             loads.append(peers.wrk_script(own.port, SUBMIT, 32, settings.size(5, 2)))
             return loads[-1].rate
 
     def peer():
-        folder = pathlib.Path(settings.folder())
+        folder = settings.folder(below)
         folder.mkdir()
         peers.settle()
         done = subprocess.run([str(settings.build / "bench" / "folder_bench"), str(folder),
-                               str(count), "2"], stdout=subprocess.PIPE, check=True)
+                               str(settings.size(20000, 8000)), "2"], stdout=subprocess.PIPE,
+                              check=True)
         return float(done.stdout)
 
     found = in_turns(settings, ours, peer)
-    return [Result("submission of jobs, 32 connections", "jobs/s", *found, 0.5),
-            Result("until a submission is answered, half of them", "ms",
-                   [load.middle for load in loads], [], None),
-            Result("until a submission is answered, all but 1 %", "ms",
-                   [load.late for load in loads], [], None)]
+    return [Result("submission of jobs, 32 connections, folders " + place, "jobs/s", *found, 0.5),
+            Result("until half of them are answered", "ms", [load.middle for load in loads], [],
+                   None),
+            Result("until 99 % of them are answered", "ms", [load.late for load in loads], [],
+                   None)]
 
 
 def reload(settings):

@@ -127,10 +127,11 @@ class Load:
     late: float  # of all but a hundredth
 
 
-def wrk_script(port, script, connections, seconds):
-    """Load by a script over keep-alive connections. Raises where an answer was no success."""
+def wrk_script(port, script, connections, seconds, first=0):
+    """Load by a script over keep-alive connections; the script's threads are numbered from `first`
+    on. Raises where an answer was no success."""
     done = subprocess.run(["wrk", "-t2", "-c%d" % connections, "-d%ds" % seconds, "--latency", "-s",
-                           str(script), "http://127.0.0.1:%d" % port],
+                           str(script), "http://127.0.0.1:%d" % port, "--", str(first)],
                           stdout=subprocess.PIPE, check=True, text=True)
     fault = _WRK_FAULTS.search(done.stdout)
     if fault:

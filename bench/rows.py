@@ -4,6 +4,7 @@ import delivery_rows
 import job_rows
 import legacy_rows
 import machine
+import table_rows
 from report import figures
 
 _ROWS = {
@@ -17,6 +18,7 @@ _ROWS = {
     "idle": delivery_rows.idle,
     "submit": job_rows.submission,
     "reload": job_rows.reload,
+    "table": table_rows.table,
     "legacy-list": legacy_rows.lists,
     "legacy-jobs": legacy_rows.legacy_jobs,
 }

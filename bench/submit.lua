@@ -1,4 +1,5 @@
--- For wrk: posts jobs, each with a name of its own; counts the answers that are no acceptance.
+-- For wrk: posts jobs, each with a name of its own. Its argument is the number of the first
+-- thread, so that two runs against one service use other names.
 local threads = 0
 
 function setup(thread)
@@ -7,6 +8,7 @@ function setup(thread)
 end
 
 function init(args)
+    id = id + tonumber(args[1] or 0)
     number = 0
 end
 
