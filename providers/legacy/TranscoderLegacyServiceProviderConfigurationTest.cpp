@@ -145,7 +145,7 @@ TEST_F(LegacyConfigurationTest, TellsTheNextPortAsItsDeliveryAddress) {
 }
 
 TEST_F(LegacyConfigurationTest, TellsAnotherDeliveryPortWhereOneIsGiven) {
-    Host::host().host = "other";
+    HostOptions::host().host = "other";
     ASSERT_TRUE(init({"-t", "0", "--delivery_port", "8080"}));
     EXPECT_EQ(state().getDeliveryService(), "http://" + machine() + ":8080");
 }
@@ -168,18 +168,18 @@ TEST_F(LegacyConfigurationTest, HasItsOwnPagesAndNoSecureOnes) {
          {"/", "/job/add", "/job/delete", "/job", "/job/list", "/job/list/cached", "/job/list/json",
           "/job/list/open", "/job/1", "/job/updateState", "/settings", "/changelog", "/statistics",
           "/chart.js", "/version", "/favicon.ico", "/reconfig"}) {
-        EXPECT_NE(ServerPages::find(Host::host().webServer, path), nullptr) << path;
-        EXPECT_EQ(ServerPages::find(Host::host().sslWebServer, path), nullptr) << path;
+        EXPECT_NE(ServerPages::find(HostOptions::host().webServer, path), nullptr) << path;
+        EXPECT_EQ(ServerPages::find(HostOptions::host().sslWebServer, path), nullptr) << path;
     }
     for (const char* path : {"/config", "/joblist", "/list", "/Version", "/version/"})
-        EXPECT_EQ(ServerPages::find(Host::host().webServer, path), nullptr) << path;
-    EXPECT_EQ(state().webServer, &Host::host().webServer);
+        EXPECT_EQ(ServerPages::find(HostOptions::host().webServer, path), nullptr) << path;
+    EXPECT_EQ(state().webServer, &HostOptions::host().webServer);
 }
 
 TEST_F(LegacyConfigurationTest, HasNoPageForReconfigurationUnlessAllowed) {
-    Host::host().allowReconfig = false;
+    HostOptions::host().allowReconfig = false;
     ASSERT_TRUE(init());
-    EXPECT_EQ(ServerPages::find(Host::host().webServer, "/reconfig"), nullptr);
+    EXPECT_EQ(ServerPages::find(HostOptions::host().webServer, "/reconfig"), nullptr);
 }
 
 TEST_F(LegacyConfigurationTest, ShowsTheIconOnBothServersWhateverTheMethod) {
@@ -198,9 +198,9 @@ TEST_F(LegacyConfigurationTest, ShowsTheIconOnBothServersWhateverTheMethod) {
 
 TEST_F(LegacyConfigurationTest, TheResultServerListensBesideTheHost) {
     // The next port is 0, which stands for a free one.
-    Host::host().port = 65535;
-    Host::host().listenThreads = 2;
-    Host::host().webServer.threadParams = {2, 30, 2, 15};
+    HostOptions::host().port = 65535;
+    HostOptions::host().listenThreads = 2;
+    HostOptions::host().webServer.threadParams = {2, 30, 2, 15};
     ASSERT_TRUE(init({"-t", "0", "--delivery_port", "8080"}));
     Support::OutputCapture capture;
     provider->start();

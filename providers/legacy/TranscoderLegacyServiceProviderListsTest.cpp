@@ -98,7 +98,7 @@ TEST_F(LegacyListsTest, GapsHaveNoRowButAnEntryInTheOtherLists) {
     folder.write("cache/2/.status", "{ \"status\" : 2}\n");
     folder.write("cache/4/.meta", "{\"resource\":\"r\",\"uid\":\"four\"}");
     destroy();
-    Host::host().webServer.clearPages();
+    HostOptions::host().webServer.clearPages();
     provider = new TranscoderLegacyServiceProvider;
     ASSERT_TRUE(init());
     EXPECT_EQ(output, "Loading old jobs: 2\nNumber of worker threads: 0\n");
@@ -193,7 +193,7 @@ TEST_F(LegacyListsTest, FrontPage) {
 }
 
 TEST_F(LegacyListsTest, VersionAndSettings) {
-    Host::host().version = "2.3.4";
+    HostOptions::host().version = "2.3.4";
     EXPECT_EQ(page("/version", "text/plain"), "2.3.4");
     EXPECT_EQ(page("/settings", "text/html"), "");
 }

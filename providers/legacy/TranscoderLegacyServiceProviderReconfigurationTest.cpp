@@ -215,6 +215,7 @@ TEST_F(LegacyReconfigurationTest, RequestsAtOnceAreServedOneByOne) {
     ASSERT_TRUE(init({"-t", "2"}));
     Support::OutputCapture capture;
     std::vector<std::thread> clients;
+    clients.reserve(4);
     for (int i = 0; i < 4; ++i) {
         clients.emplace_back([i] {
             const std::string text = "{\"threads\":" + std::to_string(i + 1) +
@@ -250,8 +251,8 @@ TEST_F(LegacyReconfigurationTest, RegistersOnce) {
 }
 
 TEST_F(LegacyReconfigurationTest, RegistersWithTheWholeIdentifierAndTheHostsSettings) {
-    Host::host().refresh = 65536 + 7;
-    Host::host().mport = 1234;
+    HostOptions::host().refresh = 65536 + 7;
+    HostOptions::host().mport = 1234;
     ASSERT_TRUE(init({"-t", "0", "--shortuuid", "--mcastreg", "--ipreg", "localhost:1"}));
     registerWithHub();
     const OstrandHubServiceProvider& client = *state().hubClient;
@@ -265,7 +266,7 @@ TEST_F(LegacyReconfigurationTest, RegistersWithTheWholeIdentifierAndTheHostsSett
 }
 
 TEST_F(LegacyReconfigurationTest, AnAddressThatIsNoneIsALineInTheLog) {
-    Host::host().maddr = "nonsense";
+    HostOptions::host().maddr = "nonsense";
     ASSERT_TRUE(init());
     registerWithHub();
     EXPECT_EQ(state().serviceId().size(), 36u);

@@ -5,50 +5,26 @@
 #include "providers/legacy/LegacyJobState.h"
 #include "providers/legacy/LegacyJobStore.h"
 #include "providers/legacy/TranscoderLegacyServiceProvider.h"
-#include "tests/support/HostOptions.h"
-#include "tests/support/OutputCapture.h"
-#include "tests/support/Requests.h"
-#include "tests/support/TemporaryFolder.h"
+#include "tests/support/ProviderStand.h"
 
-#include <boost/program_options.hpp>
-#include <gtest/gtest.h>
 #include <memory>
 #include <string>
 #include <vector>
 
 namespace OstrandService {
 
-/// A legacy transcoder with folders of the test's own, made, initialised and destroyed as the host
-/// does it, and a look at what it holds. Without other options it has no workers, so that jobs stay
-/// in the state that a test gives them.
-class TranscoderLegacyServiceProviderTest : public ::testing::Test {
+/// A legacy transcoder and a look at what it holds. Without other options it has no workers, so
+/// that jobs stay in the state that a test gives them, and no providerId.
+class TranscoderLegacyServiceProviderTest
+    : public Support::ProviderStand<TranscoderLegacyServiceProvider> {
 protected:
-    using Reply = ServiceProvider::Reply;
-    using Request = ServiceProvider::Request;
-    using Words = std::vector<std::string>;
-    using Host = Support::HostOptions;
-
-    TranscoderLegacyServiceProviderTest() : provider(new TranscoderLegacyServiceProvider) {
-        Host::host().port = 4711;
-        Host::host().maddr = "239.255.77.77";
-        Host::host().mttl = 0;
-        Host::host().allowReconfig = true;
+    TranscoderLegacyServiceProviderTest() {
+        HostOptions::host().maddr = "239.255.77.77";
+        HostOptions::host().mttl = 0;
+        HostOptions::host().allowReconfig = true;
     }
 
-    ~TranscoderLegacyServiceProviderTest() override {
-        destroy();
-        Host::host().allowReconfig = false;
-    }
-
-    /// Ends the provider as the host does: its base part alone is destroyed.
-    void destroy() {
-        if (!provider)
-            return;
-        provider->shutdown();
-        provider->ServiceProvider::~ServiceProvider();
-        ::operator delete(static_cast<void*>(provider));
-        provider = nullptr;
-    }
+    ~TranscoderLegacyServiceProviderTest() override { HostOptions::host().allowReconfig = false; }
 
     /// The options of this provider, alone.
     boost::program_options::options_description options() {
@@ -84,7 +60,7 @@ protected:
 
     /// What the main server answers.
     static Reply ask(const Request& request) {
-        return Support::ServerPages::ask(Host::host().webServer, request);
+        return Support::ServerPages::ask(HostOptions::host().webServer, request);
     }
 
     static Reply get(const std::string& uri) { return ask(Support::makeRequest("GET", uri)); }
@@ -106,7 +82,7 @@ protected:
 
     Reply reconfigure(const std::string& json) {
         Support::OutputCapture capture;
-        const Reply reply = ask(Support::makeRequest("POST", "/reconfig", json));
+        Reply reply = ask(Support::makeRequest("POST", "/reconfig", json));
         output = capture.output();
         errors = capture.errors();
         return reply;
@@ -142,12 +118,6 @@ protected:
 
     static std::unique_ptr<Portico::WebPage> makeDeliveryPage(const std::string& prefix,
                                                               const std::string& root);
-
-    Support::TemporaryFolder folder;
-    Support::HostOptions hostOptions;
-    TranscoderLegacyServiceProvider* provider;
-    std::string output; ///< of the last init() or reconfigure()
-    std::string errors; ///< of the last init() or reconfigure()
 };
 
 } // namespace OstrandService
