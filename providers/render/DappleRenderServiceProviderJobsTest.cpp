@@ -213,6 +213,22 @@ TEST_F(DappleRenderJobsTest, DeletesNothingOfAJobThatWaits) {
     EXPECT_EQ(queued(), 1u);
 }
 
+TEST_F(DappleRenderJobsTest, DeletesAndTellsInEveryStateWhereNothingRuns) {
+    ASSERT_TRUE(initWith(threeSlots));
+    submit("{}");
+    for (std::uint32_t number = 0; number <= 10; ++number) {
+        const auto state = static_cast<JobState>(number);
+        job(0)->state = state;
+        expectRefusal(remove("/job/0"), 200, job(0)->stateName());
+        expectRefusal(get("/job/0"), 200, job(0)->stateName());
+        EXPECT_EQ(get("/job/0/dapple").body(), "http://name:42000\n") << number;
+        EXPECT_EQ(job(0)->state, state) << number;
+        EXPECT_EQ(submit("{\"output\":\"ray\"}").code, 503u) << number;
+    }
+    EXPECT_EQ(queued(), 1u);
+    EXPECT_EQ(counters(), "1 0 0");
+}
+
 TEST_F(DappleRenderJobsTest, StoppedApplicationLeavesItsSlotTaken) {
     ASSERT_TRUE(initWith(slotsOf(1, "sh -c 'echo up; exec sleep 600'")));
     start();

@@ -3,11 +3,15 @@
 import json
 import os
 import signal
+import socket
 
 import pytest
 
+from hubs import RecordingHub
 from render import RenderService, entry, table
-from service import run_program, sanitizer
+from service import DATA, run_program, sanitizer
+from test_command_line import behind_banner
+from waiting import stays
 
 TEXT_KEYS = {"class": "class", "exe": "app", "portOpt": "portOpt", "classOpt": "classOpt",
              "gpuOpt": "gpuOpt", "cpuOpt": "cpuOpt", "outOpt": "outOpt", "addOpt": "addOpt"}
@@ -61,6 +65,34 @@ def test_default_folders(services):
     assert (service.run_folder / "dapple" / "log" / "messages.log").is_file()
     assert service.jobs_folder().is_dir()
     assert sorted(os.listdir(service.run_folder)) == ["dapple"]
+
+
+def test_help(folder):
+    result = run_program(["--help"], folder, link="DappleRenderService")
+    assert result.returncode == 0
+    assert behind_banner(result.stdout) == (DATA / "help-render.txt").read_text()
+
+
+def test_no_hub_is_told(services):
+    with RecordingHub() as hub:
+        service = services.start("--refresh", 1, kind=RenderService, hub=hub.address)
+        service.take()
+        stays(lambda: not hub.received, "the hub was told", 1.5)
+        service.end_tools()
+        service.stop()
+        assert hub.received == []
+
+
+def test_busy_port(services):
+    """The end comes before any worker runs."""
+    with socket.socket(socket.AF_INET) as other:
+        service = services.make(kind=RenderService)
+        other.bind(("0.0.0.0", service.port))
+        other.listen()
+        service.launch()
+        assert service.wait_for_end() == 255
+    assert "\ncannot listen on port %d: " % service.port in service.stderr()
+    assert "num renderer slots" not in service.stderr()
 
 
 def test_there_are_no_options_of_its_own(services):
