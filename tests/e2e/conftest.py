@@ -175,6 +175,19 @@ def shared_render(module_services):
     return module_services.start(kind=RenderService)
 
 
+@pytest.fixture
+def small_disk(folder):
+    """A file system of 256 KiB; ends with the test."""
+    path = folder / "disk"
+    path.mkdir()
+    mounted = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=256k,nr_inodes=200", "tmpfs",
+                              str(path)], stderr=subprocess.DEVNULL, check=False)
+    if mounted.returncode != 0:
+        pytest.skip("needs the right to mount a file system")
+    yield path
+    subprocess.run(["umount", "-l", str(path)], check=True)
+
+
 @pytest.fixture(params=["main", "delivery"])
 def port(request, shared):
     """Each of the two plain servers in turn."""

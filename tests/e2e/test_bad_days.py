@@ -8,6 +8,7 @@ import time
 
 import pytest
 
+from disks import fill
 from raw_http import Connection, request
 from waiting import stays, wait_for
 
@@ -76,33 +77,6 @@ def test_folder_in_place_of_the_files_of_a_job(service):
     assert (folder / "index.x3d").read_text() == "x"
     assert service.state(1) == "CLOSED"
     assert service.get("/job/1").status_code == 200
-
-
-@pytest.fixture
-def small_disk(folder):
-    """A file system of 256 KiB; ends with the test."""
-    path = folder / "disk"
-    path.mkdir()
-    mounted = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=256k,nr_inodes=200", "tmpfs",
-                              str(path)], stderr=subprocess.DEVNULL, check=False)
-    if mounted.returncode != 0:
-        pytest.skip("needs the right to mount a file system")
-    yield path
-    subprocess.run(["umount", "-l", str(path)], check=True)
-
-
-def fill(path):
-    """Fills the file system that holds the path to its last byte."""
-    descriptor = os.open(path, os.O_CREAT | os.O_WRONLY)
-    try:
-        for size in (4096, 1):
-            try:
-                while True:
-                    os.write(descriptor, b"x" * size)
-            except OSError:
-                continue
-    finally:
-        os.close(descriptor)
 
 
 def test_full_disk(services, small_disk):

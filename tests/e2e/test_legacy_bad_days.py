@@ -2,12 +2,11 @@
 
 import concurrent.futures
 import json
-import os
 import shutil
-import subprocess
 
 import pytest
 
+from disks import fill
 from legacy import LegacyService
 from waiting import stays, wait_for
 
@@ -131,29 +130,11 @@ def test_cache_folder_removed(legacy):
     assert legacy.counters() == (2, 2, 0, 0)
 
 
-@pytest.fixture
-def small_disk(folder):
-    """A file system of 1 MiB, where this machine lets one be mounted."""
-    path = folder / "disk"
-    path.mkdir()
-    mounted = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=1m", "tmpfs", str(path)],
-                             stderr=subprocess.DEVNULL, check=False)
-    if mounted.returncode != 0:
-        pytest.skip("no file system can be mounted here")
-    yield path
-    subprocess.run(["umount", "-l", str(path)], check=True)
-
-
 def test_full_disk(services, small_disk):
     service = services.start(kind=LegacyService, cache_path=small_disk / "cache")
     service.wait_done(service.run("first"))
     filler = small_disk / "filler"
-    with open(filler, "wb", buffering=0) as out:
-        try:
-            while out.write(b"x" * 4096):
-                pass
-        except OSError:
-            pass
+    fill(filler)
     before = service.jobs()["numJobs"]
     codes = [service.submit({"resource": "full %d" % number, "text": "x" * 5000}).status_code
              for number in range(3)]

@@ -8,9 +8,9 @@ import threading
 
 import pytest
 
+from disks import fill
 from legacy import LegacyService
 from raw_http import Connection, ask, request
-from test_bad_days import fill, small_disk  # pylint: disable=unused-import
 from test_legacy_delivery import check
 from waiting import wait_for
 
@@ -153,7 +153,7 @@ def test_folder_that_has_gone(legacy):
     assert stored(legacy, name).read_bytes() == b"model"
 
 
-def test_full_disk(services, small_disk):  # pylint: disable=redefined-outer-name
+def test_full_disk(services, small_disk):
     service = services.start(kind=LegacyService, cache_path=small_disk / "cache")
     kept = name_of(service, service.upload(b"x" * 1000))
     # What does not fit as a whole leaves no part behind.
