@@ -12,6 +12,7 @@ import pytest
 from legacy import LegacyService
 from raw_http import ask, request
 from test_legacy_pages import check, place_job
+from test_legacy_start import first_in_turn
 from waiting import stays, wait_for
 
 MACHINE = socket.gethostname()
@@ -290,9 +291,8 @@ def test_others_go_on_while_one_is_waited_for(services):
     others = [service.run("say %d" % number) for number in range(3)]
     waiter = in_background(lambda: reconfigure(service, {"threads": 1}))
     wait_for(lambda: changes(service) == [(3, 1)], "the first line")
-    # Let go all but the one that is waited for: whichever job ends first has a worker that stays.
-    numbers = worker_numbers(service)
-    first = min(held, key=lambda job: numbers[job])
+    # Let go all but the one that is waited for.
+    first = first_in_turn(service, held)
     for job in held:
         if job != first:
             service.open_gate(job)
@@ -301,12 +301,6 @@ def test_others_go_on_while_one_is_waited_for(services):
     service.open_gate(first)
     waiter.join()
     wait_for(lambda: workers(service) == 1, "the new worker")
-
-
-def worker_numbers(service):
-    """By job, the number of the worker that took it; numbers are given in the order of the list."""
-    return {int(job): int(number) for number, job in
-            re.findall(r"Z (\d+) - PROC job: aquired, ID: (\d+)$", service.log(), re.MULTILINE)}
 
 
 def test_front_with_one_thread_waits(services):

@@ -209,6 +209,34 @@ def test_signal_ends_it_in_order(services, number):
     assert service.deliver("%d/index.x3d" % waiting).status_code == 202
 
 
+def test_workers_go_on_until_their_turn_to_end_comes(services):
+    """They are ended one by one, and those whose turn has not come still take up open jobs."""
+    service = services.start("-t", 3, kind=LegacyService)
+    held = [service.run("hold gate 0 %d" % number) for number in range(3)]
+    for job in held:
+        service.wait_started(job)
+    others = [service.run("say %d" % number) for number in range(3)]
+    first = first_in_turn(service, held)
+    service.process.send_signal(signal.SIGTERM)
+    wait_for(lambda: not is_open(service.port + 1), "the delivery server to close")
+    for job in held:
+        if job != first:
+            service.open_gate(job)
+    service.wait_done(*others)
+    assert not service.has_ended()
+    service.open_gate(first)
+    assert service.wait_for_end() == 0
+    for job in held + others:
+        assert service.stored_status(job) == 2
+
+
+def first_in_turn(service, jobs):
+    """Of these jobs the one in the hand of the worker that was made first."""
+    numbers = {int(job): int(number) for number, job in re.findall(
+        r"Z (\d+) - PROC job: aquired, ID: (\d+)$", service.log(), re.MULTILINE)}
+    return min(jobs, key=lambda job: numbers[job])
+
+
 def is_open(port):
     with socket.socket() as probe:
         return probe.connect_ex(("127.0.0.1", port)) == 0
