@@ -6,7 +6,7 @@ import re
 import pytest
 
 from service import TOOLS
-from waiting import stays, wait_for
+from waiting import wait_for
 
 
 def check_refused(service, description, folders=()):
@@ -178,3 +178,11 @@ def test_delivery_host_for_the_tools(services, listed):
     seen = json.loads((service.job_folder(1) / "seen").read_text())
     assert seen["environment"].get("SERVICE_HUB_DELIVERY_HOST") == (
         "http://hub:%d" % (service.port + 1) if listed else None)
+
+
+@pytest.mark.parametrize("path", ["/job", "/job/add", "/job/updateState", "/config"])
+@pytest.mark.parametrize("piece", ["[", "{\"a\":", "[{\"a\":"])
+def test_brackets_without_end(shared, path, piece):
+    """A few megabytes are more than the stack of a thread holds, if each took a call."""
+    assert shared.post(path, piece * 1000000).status_code == 400
+    assert shared.get("/job").status_code == 200
