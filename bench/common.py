@@ -22,6 +22,7 @@ class Settings:
     build: pathlib.Path
     rounds: int
     quick: bool
+    install: bool  # packages that a row wants may be installed
 
     def __post_init__(self):
         self.numbers = itertools.count()

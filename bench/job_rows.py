@@ -12,21 +12,23 @@ from service import Service
 from waiting import wait_for
 
 
+def rate(settings, workers, count, below=None):
+    """Jobs a second of a fresh service, from the first submission to the last end."""
+    with service(settings, workers, settings.folder(below)) as own:
+        client = clients.JobClient(own.port, PROVIDER)
+        peers.settle()
+        seconds = client.run(count)
+        wait_for(lambda: own.counters()[0] == 0, "the counters")
+        if own.counters() != (0, count, 0):
+            raise RuntimeError("jobs, finished, failed: %s" % (own.counters(),))
+        return count / seconds
+
+
 def jobs(settings, workers):
     """Jobs of `true` from their submission to their end, against xargs. Each job is a folder with
     ten entries, so the file system has its part in the figure: it is taken on the disk and, where
     there is one, on a file system in memory."""
     count = settings.size(2000, 400)
-
-    def ours(below):
-        with service(settings, workers, settings.folder(below)) as own:
-            client = clients.JobClient(own.port, PROVIDER)
-            peers.settle()
-            seconds = client.run(count)
-            wait_for(lambda: own.counters()[0] == 0, "the counters")
-            if own.counters() != (0, count, 0):
-                raise RuntimeError("jobs, finished, failed: %s" % (own.counters(),))
-            return count / seconds
 
     def peer():
         numbers = "".join("%d\n" % number for number in range(count))
@@ -39,7 +41,8 @@ def jobs(settings, workers):
     places = [("on the disk", settings.scratch)]
     if settings.memory:
         places.append(("in memory", settings.memory))
-    *found, theirs = in_turns(settings, *(functools.partial(ours, below) for _, below in places),
+    *found, theirs = in_turns(settings, *(functools.partial(rate, settings, workers, count, below)
+                                         for _, below in places),
                               peer)
     return [Result("{:,} jobs of `true`, {} workers, folders {}".format(
                 count, workers, place), "jobs/s", figure, theirs, 1.0)

@@ -4,6 +4,7 @@ import delivery_rows
 import job_rows
 import legacy_rows
 import machine
+import queue_rows
 import table_rows
 from report import figures
 
@@ -14,6 +15,7 @@ _ROWS = {
     "result-1m": lambda settings: delivery_rows.finished(settings, "1 MiB", 1024 * 1024, 8, 0.9),
     "jobs-2": lambda settings: job_rows.jobs(settings, 2),
     "jobs-8": lambda settings: job_rows.jobs(settings, 8),
+    "queues": queue_rows.queues,
     "blocked": delivery_rows.blocked,
     "idle": delivery_rows.idle,
     "submit": job_rows.submission,
