@@ -1,7 +1,9 @@
 """How the legacy transcoder starts and ends: options, folders, ports, what it prints."""
 
 import os
+import pathlib
 import re
+import shutil
 import signal
 import socket
 import subprocess
@@ -9,7 +11,7 @@ import subprocess
 import pytest
 
 from legacy import LegacyService
-from service import DATA, run_program, sanitizer
+from service import BUILD, DATA, ROOT, run_program, sanitizer
 from test_command_line import behind_banner, check_malformed
 from waiting import wait_for
 
@@ -263,3 +265,24 @@ def test_no_page_on_the_secure_server(services, certificate):
     # Results come without TLS, as the address says.
     assert delivery_line(service).startswith("http://")
     assert service.fetch("/favicon.ico").status_code == 200
+
+
+def test_installed_program_finds_the_files_of_its_pages(services):
+    """The folder of an installation serves as the working folder."""
+    if not shutil.which("cmake"):
+        pytest.skip("needs cmake")
+    service = services.make(kind=LegacyService)
+    place = service.run_folder
+    subprocess.run(["cmake", "--install", str(BUILD), "--prefix", str(place)], check=True,
+                   stdout=subprocess.DEVNULL)
+    for name in (LINK, "TranscoderService", "DappleRenderService"):
+        assert os.readlink(place / name) == "OstrandService"
+    result = run_program(["--help"], service.folder, link=str(place / LINK))
+    assert behind_banner(result.stdout) == HELP
+    service.start()
+    assert service.get("/changelog").content == (ROOT / "CHANGELOG.md").read_bytes()
+    found = re.search(r"^OSTRAND_CHART_SCRIPT:\w+=(.*)$", (BUILD / "CMakeCache.txt").read_text(),
+                      re.MULTILINE)
+    script = pathlib.Path(found.group(1))
+    # Without the library the build leaves the file out, and says so.
+    assert service.get("/chart.js").content == (script.read_bytes() if script.exists() else b"")
