@@ -2,6 +2,7 @@
 
 #include "providers/legacy/MimeExtensions.h"
 #include "providers/legacy/TranscoderLegacyServiceProviderTest.h"
+#include "tests/support/DeliveryProbe.h"
 
 #include <boost/filesystem.hpp>
 #include <csignal>
@@ -29,30 +30,13 @@ using Support::makeRequest;
 class LegacyDeliveryTest : public TranscoderLegacyServiceProviderTest {
 protected:
     Reply ask(const std::string& method, const std::string& uri) const {
-        Request request = makeRequest(method, uri);
-        request.header().setParam("Origin", "http://me");
-        Reply reply;
-        EXPECT_TRUE(page->create(request, reply));
-        return reply;
+        return probe.ask(method, uri);
     }
 
-    /// Asks with GET and with HEAD, which must agree, and gives the code.
-    std::uint32_t codeOf(const std::string& uri) const {
-        const Reply get = ask("GET", uri);
-        const Reply head = ask("HEAD", uri);
-        EXPECT_EQ(get.code, head.code) << uri;
-        EXPECT_EQ(head.body(), "") << uri;
-        EXPECT_TRUE(hasCors(get, "http://me")) << uri;
-        EXPECT_TRUE(hasCors(head, "http://me")) << uri;
-        EXPECT_EQ(headerOf(get, "Content-Type"), headerOf(head, "Content-Type")) << uri;
-        if (get.code != 200) {
-            EXPECT_EQ(get.body(), "") << uri;
-            EXPECT_EQ(headerOf(get, "Content-Type"), "(none)") << uri;
-        }
-        return get.code;
-    }
+    std::uint32_t codeOf(const std::string& uri) const { return probe.codeOf(uri); }
 
-    std::unique_ptr<Portico::WebPage> page = makeDeliveryPage("", folder.path());
+    Support::DeliveryProbe probe{makeDeliveryPage("", folder.path())};
+    std::unique_ptr<Portico::WebPage>& page = probe.page;
 };
 
 TEST_F(LegacyDeliveryTest, ServesAFileWithItsType) {
@@ -239,6 +223,12 @@ TEST_F(LegacyUploadTest, StoresTheBodyUnderANewName) {
     EXPECT_EQ(found[1], state().serviceId());
     EXPECT_EQ(found[1].length(), 36);
     EXPECT_EQ(folder.read("cache/in/" + nameOf(reply)), body);
+}
+
+TEST_F(LegacyUploadTest, NamesNoServiceBeforeItIsRegistered) {
+    const std::string text = upload("text/plain").body();
+    EXPECT_EQ(text.size(), 24u) << text;
+    EXPECT_EQ(text.back(), '@');
 }
 
 TEST_F(LegacyUploadTest, TakesFourTypesAsTheyAreWritten) {

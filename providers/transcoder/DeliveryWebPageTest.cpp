@@ -1,6 +1,7 @@
 #include "providers/transcoder/DeliveryWebPage.h"
 
 #include "providers/transcoder/TranscoderServiceProviderTest.h"
+#include "tests/support/DeliveryProbe.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -16,29 +17,13 @@ using Support::makeRequest;
 class DeliveryWebPageTest : public TranscoderServiceProviderTest {
 protected:
     Reply ask(const std::string& method, const std::string& uri) const {
-        auto request = makeRequest(method, uri);
-        request.header().setParam("Origin", "http://me");
-        Reply reply;
-        EXPECT_TRUE(page->create(request, reply));
-        return reply;
+        return probe.ask(method, uri);
     }
 
-    /// Asks with GET and with HEAD, which must agree, and gives the code.
-    std::uint32_t codeOf(const std::string& uri) const {
-        const Reply get = ask("GET", uri);
-        const Reply head = ask("HEAD", uri);
-        EXPECT_EQ(get.code, head.code) << uri;
-        EXPECT_EQ(head.body(), "") << uri;
-        EXPECT_TRUE(hasCors(get, "http://me")) << uri;
-        EXPECT_TRUE(hasCors(head, "http://me")) << uri;
-        if (get.code != 200) {
-            EXPECT_EQ(get.body(), "") << uri;
-            EXPECT_EQ(headerOf(get, "Content-Type"), "(none)") << uri;
-        }
-        return get.code;
-    }
+    std::uint32_t codeOf(const std::string& uri) const { return probe.codeOf(uri); }
 
-    std::unique_ptr<Portico::WebPage> page = makeDeliveryPage("", folder.path());
+    Support::DeliveryProbe probe{makeDeliveryPage("", folder.path())};
+    std::unique_ptr<Portico::WebPage>& page = probe.page;
 };
 
 TEST_F(DeliveryWebPageTest, ServesAFileWithItsType) {
