@@ -157,7 +157,10 @@ TEST(RendererSlotsTest, AreOneForEachDisplayWithPortsRunningUp) {
     EXPECT_EQ(slots[0].port, 50000);
     EXPECT_EQ(slots[1].display, ":0.1");
     EXPECT_EQ(slots[1].port, 50001);
-    EXPECT_EQ(slots[0].className, "ray");
+    RendererSlot other = slots[0];
+    other.display = ":0.1";
+    other.port = 50001;
+    EXPECT_EQ(dumped(slots[1]), dumped(other));
     EXPECT_EQ(slots[1].className, "ray");
 }
 
