@@ -10,6 +10,11 @@ target_compile_options(ostrand_settings INTERFACE
     -Wextra-semi -Werror)
 target_link_libraries(ostrand_settings INTERFACE Threads::Threads)
 
+option(OSTRAND_CRASH_POINTS "Let tests end the program at named steps; never for use" OFF)
+if(OSTRAND_CRASH_POINTS)
+    add_compile_definitions(OSTRAND_CRASH_POINTS)
+endif()
+
 if(NOT OSTRAND_SANITIZER STREQUAL "")
     # With the checks built in, g++ 12 takes values of its own library for uninitialised.
     add_compile_options(-Wno-maybe-uninitialized)

@@ -2,6 +2,7 @@
 
 #include "platform/hub/AtomicFile.h"
 #include "platform/hub/HubFiles.h"
+#include "platform/kestrel/CrashPoint.h"
 
 #include <boost/filesystem.hpp>
 #include <boost/lexical_cast/try_lexical_convert.hpp>
@@ -39,10 +40,12 @@ void rewrite(const std::string& path, const std::string& text, int how, mode_t r
 } // namespace
 
 void JobFolder::create(const std::string& path, const std::string& meta) {
+    Kestrel::crashPoint("before the folder");
     boost::system::error_code error;
     const bool made = boost::filesystem::create_directory(path, error);
     if (error)
         return;
+    Kestrel::crashPoint("folder made");
     // A folder that stood in the way may hold the state of a job that nobody knows any more.
     if (!made)
         ::unlink((path + "/.status").c_str());
@@ -54,14 +57,18 @@ void JobFolder::create(const std::string& path, const std::string& meta) {
 
 void JobFolder::markPartial(const std::string& path) {
     rewrite(path + "/.partial", "", O_TRUNC, everybody);
+    Kestrel::crashPoint("marked");
 }
 
 void JobFolder::clearPartial(const std::string& path) {
+    Kestrel::crashPoint("before the mark goes");
     ::unlink((path + "/.partial").c_str());
+    Kestrel::crashPoint("mark gone");
 }
 
 void JobFolder::writeJobId(const std::string& path, std::uint32_t id, const std::string& service) {
     rewrite(path + "/jobId", std::to_string(id) + "@" + service, O_TRUNC, everybody);
+    Kestrel::crashPoint("number written");
 }
 
 void JobFolder::writeCookies(const std::string& path, const Cookies& cookies) {

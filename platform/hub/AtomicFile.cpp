@@ -1,5 +1,7 @@
 #include "platform/hub/AtomicFile.h"
 
+#include "platform/kestrel/CrashPoint.h"
+
 #include <atomic>
 #include <cerrno>
 #include <cstddef>
@@ -51,6 +53,7 @@ bool writeAll(int fd, const std::string& text) {
 bool replace(const std::string& from, const std::string& to) {
     if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_EXCHANGE) != 0)
         return std::rename(from.c_str(), to.c_str()) == 0;
+    Kestrel::crashPoint("file exchanged");
     if (::unlink(from.c_str()) == 0)
         return true;
     // A folder, which a rename would not have replaced either, goes back to its place.
@@ -65,10 +68,14 @@ bool writeFileAtomically(const std::string& path, const std::string& text) {
     const int fd = createBeside(folderOf(path), name);
     if (fd < 0)
         return false;
+    Kestrel::crashPoint("file made");
     const bool written = writeAll(fd, text);
     const bool closed = ::close(fd) == 0;
-    if (written && closed && replace(name, path))
+    Kestrel::crashPoint("file written");
+    if (written && closed && replace(name, path)) {
+        Kestrel::crashPoint("file in place");
         return true;
+    }
     ::unlink(name.c_str());
     return false;
 }
@@ -80,9 +87,11 @@ bool overwriteFile(const std::string& path, const std::string& text) {
     struct stat status {};
     const bool fits = ::fstat(fd, &status) == 0 && S_ISREG(status.st_mode) &&
                       static_cast<std::size_t>(status.st_size) == text.size();
+    Kestrel::crashPoint("before overwriting");
     const bool written =
         fits && ::pwrite(fd, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size());
     ::close(fd);
+    Kestrel::crashPoint("overwritten");
     return written;
 }
 

@@ -2,6 +2,7 @@
 
 #include "framework/JobFolder.h"
 #include "framework/JobReply.h"
+#include "platform/kestrel/CrashPoint.h"
 #include "platform/portico/ProtocolHTTP.h"
 
 #include <boost/algorithm/string.hpp>
@@ -71,6 +72,7 @@ void ServiceTranscoderJob::prepare(const std::string& basePath) {
         boost::filesystem::create_directory(path + name, error);
         if (error)
             return;
+        Kestrel::crashPoint("part of the folder made");
     }
     if (!desc.cookies.empty())
         JobFolder::writeCookies(path, desc.cookies);

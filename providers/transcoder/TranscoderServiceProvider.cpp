@@ -6,6 +6,7 @@
 #include "host/ServiceProviderRegistry.h"
 #include "platform/hub/Json.h"
 #include "platform/hub/MessageLog.h"
+#include "platform/kestrel/CrashPoint.h"
 #include "platform/portico/ProtocolHTTP.h"
 #include "platform/portico/URL.h"
 #include "providers/transcoder/ServiceTranscoderJob.h"
@@ -69,6 +70,7 @@ bool TranscoderServiceProvider::addJob(const Request& request, const picojson::v
         acceptance.succeeded();
     }
     job->writeJobReply(reply, replyBase(request, job));
+    Kestrel::crashPoint("answer made");
     return true;
 }
 
@@ -104,6 +106,7 @@ void TranscoderServiceProvider::queueJob(const TranscoderJob& job, const std::st
         jobQueue.pushBack(job);
     }
     jobQueue.notEmpty.notify_one();
+    Kestrel::crashPoint("queued");
 }
 
 std::string TranscoderServiceProvider::replyBase(const Request& request,

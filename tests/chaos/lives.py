@@ -1,0 +1,165 @@
+"""One service that is killed and started again, under load, with what was promised to its clients."""
+
+import json
+import pathlib
+import random
+import sys
+import threading
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "e2e"))
+
+import requests  # noqa: E402
+
+from legacy import LegacyService  # noqa: E402
+from service import Service, job_id  # noqa: E402
+from waiting import wait_for  # noqa: E402
+
+TOOLS = pathlib.Path(__file__).resolve().with_name("tools")
+RESULT = "result.txt"
+WHOLE = b"".join(b"%063d\n" % number for number in range(200))
+CLIENTS = 8
+
+
+class Transcoder(Service):
+    """Runs what is left over behind a restart."""
+
+    runs_again = True
+    workers = 3
+
+    def environment(self):
+        values = super().environment()
+        values["PATH"] = "%s:%s" % (TOOLS, values["PATH"])
+        return values
+
+    def accepted_id(self, reply):
+        return job_id(reply.text)
+
+    def place_of(self, number):
+        return "/%s/%d/%s" % (self.provider_id, number, RESULT)
+
+    def table(self):
+        """Name and state of each job."""
+        return {int(key[3:]): (job["resource"], job["status"])
+                for key, job in self.jobs()["jobs"].items()}
+
+
+class Legacy(LegacyService):
+    """Knows what is left over behind a restart, and does not run it."""
+
+    runs_again = False
+    workers = 16  # each pauses behind each pass
+
+    def environment(self):
+        values = super().environment()
+        values["PATH"] = "%s:%s" % (TOOLS, values["PATH"])
+        return values
+
+    def accepted_id(self, reply):
+        return int(reply.text.partition("@")[0])
+
+    def place_of(self, number):
+        return "/%d/%s" % (number, RESULT)
+
+    def table(self):
+        return {int(key[3:]): (job["resource"], job["status"])
+                for key, job in self.jobs()["jobs"].items()}
+
+
+KINDS = {"transcoder": Transcoder, "legacy": Legacy}
+
+
+class Load:
+    """Clients that submit jobs and fetch results until the service has gone."""
+
+    def __init__(self, service, life, known):
+        self.service, self.life = service, life
+        self.known = dict(known)  # names of earlier lives by number
+        self.accepted = {}  # of this one
+        self.faults = []
+        self.delivered = 0
+        self.mutex = threading.Lock()
+        self.threads = [threading.Thread(target=self._client, args=(number,))
+                        for number in range(CLIENTS)]
+        for thread in self.threads:
+            thread.start()
+
+    def join(self):
+        for thread in self.threads:
+            thread.join()
+
+    def _client(self, client):
+        chance = random.Random(self.life * CLIENTS + client)
+        with requests.Session() as session:
+            session.trust_env = False
+            try:
+                for number in range(100000):
+                    self._submit(session, "life-%d-%d-%d" % (self.life, client, number))
+                    self._fetch(session, chance)
+            except requests.RequestException:
+                pass  # the end that was to come
+
+    def _submit(self, session, name):
+        reply = session.post(self.service.url + "/job/add", timeout=60, data=json.dumps(
+            {"commands": ["fettle " + RESULT], "uid": name}))
+        if reply.status_code != 202:
+            self._fault("%s is answered with %d" % (name, reply.status_code))
+            return
+        with self.mutex:
+            self.accepted[self.service.accepted_id(reply)] = name
+
+    def _fetch(self, session, chance):
+        with self.mutex:
+            number = chance.choice(list(self.accepted) or [None])
+        if number is None:
+            return
+        reply = session.get("http://127.0.0.1:%d%s" % (
+            self.service.port + 1, self.service.place_of(number)), timeout=60)
+        if (reply.status_code, reply.content) == (200, WHOLE):
+            with self.mutex:
+                self.delivered += 1
+        elif (reply.status_code, reply.content) != (202, b""):
+            self._fault("job %d delivers %d, %d bytes" % (number, reply.status_code,
+                                                          len(reply.content)))
+
+    def _fault(self, text):
+        with self.mutex:
+            self.faults.append(text)
+
+
+def run_unmarked(service, promised):
+    """A job whose end was written before the kill and whose marker was not yet removed waits, as
+    told, until it is run once more. There are no more of them than there were workers."""
+    table = service.table()
+    waiting = {number: name for number, name in promised.items()
+               if table.get(number, ("", ""))[1] == "CLOSED" and
+               (service.job_folder(number) / ".partial").exists()}
+    assert len(waiting) <= service.workers, waiting
+    for number, name in waiting.items():
+        service.run("fettle " + RESULT, uid=name, rerun=True)
+    if waiting:
+        wait_for(lambda: service.counters()[0] == 0, "the runs")
+
+
+def check(service, promised):
+    """What is wrong with the promised jobs behind a restart; waits for those that run again."""
+    faults = []
+    table = service.table()
+    for number, name in promised.items():
+        found, state = table.get(number, ("nothing", "UNKNOWN"))
+        if found != name or state not in ("OPEN", "IN PROCESS", "CLOSED"):
+            faults.append("job %d, %s, is %s, %s" % (number, name, found, state))
+    if service.runs_again:
+        wait_for(lambda: service.counters()[0] == 0, "the runs")
+        run_unmarked(service, promised)
+        table = service.table()
+    for number in promised:
+        state = table.get(number, ("", "UNKNOWN"))[1]
+        if service.runs_again and state != "CLOSED":
+            faults.append("job %d ends as %s" % (number, state))
+        reply = requests.get("http://127.0.0.1:%d%s" % (service.port + 1,
+                                                        service.place_of(number)), timeout=60)
+        waits = not service.runs_again and (reply.status_code, reply.content) == (202, b"")
+        if not waits and (reply.status_code, reply.content) != (200, WHOLE):
+            faults.append("job %d, %s, delivers %d, %d bytes" % (number, state, reply.status_code,
+                                                                 len(reply.content)))
+    return faults
