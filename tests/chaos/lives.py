@@ -1,4 +1,4 @@
-"""One service that is killed and started again, under load, with what was promised to its clients."""
+"""A service that is killed and started again under load, and what its clients were promised."""
 
 import json
 import pathlib
