@@ -171,6 +171,28 @@ TEST_F(LegacyJobStoreTest, CursorThatComesBackRunsOpenJobsOfAnEarlierProcess) {
     EXPECT_EQ(store.numJobsOpen(), 4u - 6u);
 }
 
+TEST_F(LegacyJobStoreTest, CursorComesBackNoFurtherThanItsJob) {
+    for (const std::uint32_t id : {1u, 2u}) {
+        const std::string name = std::to_string(id);
+        folder.write(name + "/.status", JobRecord::statusText(id == 1 ? 0 : 3));
+        store.loadJob(id, "{\"resource\":\"r" + name + "\"}", folder.path(name));
+    }
+    EXPECT_EQ(submit("r2"), 2u);
+    EXPECT_EQ(idOf(store.takeNextOpenJob()), 2u);
+    EXPECT_EQ(idOf(store.takeNextOpenJob()), 0u);
+}
+
+TEST_F(LegacyJobStoreTest, EachSubmissionThatRunsHasItsTime) {
+    submit("r");
+    const double first = store.getAddedTime(1);
+    EXPECT_GT(first, 0);
+    submit("r");
+    EXPECT_EQ(store.getAddedTime(1), first);
+    finish(1, LegacyJobStates::error);
+    submit("r");
+    EXPECT_GT(store.getAddedTime(1), first);
+}
+
 TEST_F(LegacyJobStoreTest, CounterOfEachChangeOfState) {
     struct Change {
         LegacyJobState from;

@@ -134,6 +134,13 @@ TEST_F(LegacyRunTest, ToolGetsTheUnquotedWordsAndTheLineKeepsTheQuotes) {
     EXPECT_EQ(state.store->getJobRecord(1).timings.size(), 1u);
 }
 
+TEST_F(LegacyRunTest, JobIsInProcessWhileTheToolRuns) {
+    state.fettlePath = tool("fettle", "cat .status\n");
+    submit(R"({"resource":"r"})");
+    EXPECT_TRUE(runTool(1));
+    EXPECT_EQ(content("1/console_fettle.txt"), "{ \"status\" : 1}\n");
+}
+
 TEST_F(LegacyRunTest, ScreenshotRunShowsTheViewersLine) {
     state.fettlePath = tool("fettle", "touch index.glb\n");
     tool("glimt", "echo \"$@\" > seen\n");
