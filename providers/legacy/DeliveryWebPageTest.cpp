@@ -145,7 +145,9 @@ TEST_F(LegacyDeliveryTest, CutsThePrefixOff) {
     folder.write("f.txt", "text");
     page = makeDeliveryPage("/results", folder.path());
     EXPECT_EQ(codeOf("/results/f.txt"), 200u);
-    for (const char* uri : {"/f.txt", "/result", "/Results/f.txt", "", "x/results/f.txt"})
+    folder.write("results", "text");
+    for (const char* uri :
+         {"/f.txt", "/result", "/Results/f.txt", "", "x/results/f.txt", "/abcdefg/results"})
         EXPECT_EQ(codeOf(uri), 404u) << uri;
     const std::unique_ptr<Portico::WebPage> copy(page->clone());
     Reply reply;
