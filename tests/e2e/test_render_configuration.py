@@ -77,6 +77,7 @@ def test_no_hub_is_told(services):
     with RecordingHub() as hub:
         service = services.start("--refresh", 1, kind=RenderService, hub=hub.address)
         service.take()
+        service.wait_started(0)
         stays(lambda: not hub.received, "the hub was told", 1.5)
         service.end_tools()
         service.stop()
@@ -331,6 +332,7 @@ def test_the_file_is_read_once(services):
     service.write_config({"renderer": [entry(5)]})
     assert service.take() == 0
     assert service.refused()
+    service.wait_started(0)
     service.end_tools()
     service.stop(signal.SIGINT)
     service.restart()
