@@ -1,5 +1,6 @@
-// The work on the disk that a submission leaves, and nothing else: `folder_bench ROOT COUNT THREADS`
-// makes the folders and files of COUNT jobs below ROOT and prints how many it made a second.
+// The work on the disk that a submission leaves, and nothing else: `folder_bench ROOT COUNT
+// THREADS` makes the folders and files of COUNT jobs below ROOT and prints how many it made a
+// second.
 
 #include <atomic>
 #include <chrono>
