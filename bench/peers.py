@@ -130,12 +130,21 @@ class Load:
 def wrk_script(port, script, connections, seconds, first=0):
     """Load by a script over keep-alive connections; the script's threads are numbered from `first`
     on. Raises where an answer was no success."""
-    done = subprocess.run(["wrk", "-t2", "-c%d" % connections, "-d%ds" % seconds, "--latency", "-s",
-                           str(script), "http://127.0.0.1:%d" % port, "--", str(first)],
-                          stdout=subprocess.PIPE, check=True, text=True)
+    return _measured(connections, seconds, ["-s", str(script)], "http://127.0.0.1:%d" % port,
+                     ["--", str(first)])
+
+
+def wrk_late(port, path, connections, seconds):
+    """ms until the answer of all but a hundredth of requests."""
+    return _measured(connections, seconds, [], "http://127.0.0.1:%d%s" % (port, path), []).late
+
+
+def _measured(connections, seconds, options, url, words):
+    done = subprocess.run(["wrk", "-t2", "-c%d" % connections, "-d%ds" % seconds, "--latency",
+                           *options, url, *words], stdout=subprocess.PIPE, check=True, text=True)
     fault = _WRK_FAULTS.search(done.stdout)
     if fault:
-        raise RuntimeError("%s: %s" % (script, fault.group(0)))
+        raise RuntimeError("%s: %s" % (url, fault.group(0)))
 
     def percentile(name):
         value, unit = re.search(r"^ +%s%% +([\d.]+)(us|ms|s)$" % name, done.stdout,

@@ -1,6 +1,7 @@
 """The rows of the table by name: each measures ours and the peer in turns and returns Results."""
 
 import delivery_rows
+import hostile_rows
 import job_rows
 import legacy_rows
 import machine
@@ -18,6 +19,7 @@ _ROWS = {
     "queues": queue_rows.queues,
     "blocked": delivery_rows.blocked,
     "idle": delivery_rows.idle,
+    "hostile": hostile_rows.hostile,
     "submit": job_rows.submission,
     "reload": job_rows.reload,
     "table": table_rows.table,
