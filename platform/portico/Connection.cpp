@@ -159,12 +159,18 @@ void Connection::serve() {
     bool close = !exchange->reader.head().keepAlive;
     {
         const PageGate::Place place(server.gate);
-        if (phase.load() == Phase::Waiting && server.stopping.load()) {
+        const bool waited = phase.load() == Phase::Waiting;
+        enter(Phase::Page, noLimit);
+        if (!server.stopping.load()) {
+            runPage();
+        } else if (waited) {
             exchange->reply.setCode(503);
             close = true;
         } else {
-            enter(Phase::Page, noLimit);
-            runPage();
+            // The stop may have shut the connection down already: of what a page did now, the
+            // client would not learn.
+            finish();
+            return;
         }
     }
     answer(close);
