@@ -100,8 +100,11 @@ TEST_F(DappleRenderJobsTest, GivesTheFirstSlotThatFits) {
     EXPECT_EQ(submit("{}").body(), "http://name:4711/job/0\n");
     expectRefusal(submit("{}"), 503, "full");
     EXPECT_EQ(written, "dapple : job add request : \n \n");
-    EXPECT_EQ(queued(), 3u);
     EXPECT_EQ(counters(), "3 0 0");
+    // They wait in the order in which they came.
+    ASSERT_EQ(queued(), 3u);
+    for (const std::size_t slot : {1u, 2u, 0u})
+        EXPECT_EQ(provider->jobQueue.pop(), job(slot)) << slot;
 }
 
 TEST_F(DappleRenderJobsTest, ComparesClassAndOutputExactly) {

@@ -38,12 +38,16 @@ TEST_F(DappleRenderStartTest, NeedsAFile) {
                           folder.path(configFile) + "\ndapple config file not found\n");
 }
 
-// A link to nothing, and a file where a folder should be on the way, are no file either.
+// A link to nothing or to itself, and a file where a folder should be on the way, are no file
+// either.
 TEST_F(DappleRenderStartTest, NeedsAFileThatIsThere) {
     folder.makeFolder("hub/config");
-    boost::filesystem::create_symlink("nowhere", folder.path(configFile));
-    EXPECT_FALSE(init());
-    EXPECT_NE(errors.find("\ndapple config file not found\n"), std::string::npos);
+    for (const char* target : {"nowhere", "dappleconfig.json"}) {
+        boost::filesystem::create_symlink(target, folder.path(configFile));
+        EXPECT_FALSE(restart()) << target;
+        EXPECT_NE(errors.find("\ndapple config file not found\n"), std::string::npos) << target;
+        boost::filesystem::remove(folder.path(configFile));
+    }
     boost::filesystem::remove_all(folder.path("hub"));
     folder.write("hub/config", "in the way");
     EXPECT_FALSE(restart());
@@ -94,6 +98,16 @@ TEST_F(DappleRenderStartTest, GoesOnAfterTheBaseHasFailed) {
     EXPECT_EQ(errors, "init with config file : " + folder.path(configFile) + "\n");
     EXPECT_EQ(slots().size(), 1u);
     EXPECT_EQ(provider->cachePath, folder.path("cache"));
+}
+
+TEST_F(DappleRenderStartTest, GoesOnWithoutAFolderForTheLogs) {
+    boost::filesystem::create_symlink("nowhere", folder.path("log"));
+    EXPECT_FALSE(initWith(oneSlot));
+    EXPECT_EQ(output, "Error: cannot create log folders in this directory. Please use the command "
+                      "line to specify existing folders for both.\n");
+    EXPECT_EQ(errors, "init with config file : " + folder.path(configFile) + "\n");
+    EXPECT_EQ(slots().size(), 1u);
+    EXPECT_EQ(tableSize(), 1u);
 }
 
 TEST_F(DappleRenderStartTest, StartsAWorkerForEachSlotAndListsThem) {
