@@ -165,13 +165,10 @@ DappleRenderServiceProvider::NamedJob DappleRenderServiceProvider::findJob(const
 bool DappleRenderServiceProvider::deleteJob(const Request& request, Reply& reply) {
     reportRequest("delete", request);
     const NamedJob named = findJob(request.uri);
-    if (!named.job) {
-        reply.setCode(400);
-        return true;
-    }
     // A job that has no application running is left as it is; the answer is the same.
-    named.job->kill();
-    reply.setCode(200);
+    if (named.job)
+        named.job->kill();
+    reply.setCode(named.job ? 200 : 400);
     return true;
 }
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <atomic>
 #include <boost/lexical_cast.hpp>
+#include <boost/thread/lock_types.hpp>
+#include <chrono>
 #include <gtest/gtest.h>
 #include <set>
 #include <thread>
@@ -334,6 +336,22 @@ TEST_F(DappleRenderJobsTest, RaceForTheSlotsGivesEachToOne) {
         expected.insert("http://name:4711/job/" + std::to_string(id) + "\n");
     EXPECT_EQ(addresses, expected);
     EXPECT_TRUE(Support::waitUntil([this] { return counters() == "0 8 0"; }));
+}
+
+// The slot table stays open to others while a job waits to be queued.
+TEST_F(DappleRenderJobsTest, JobIsQueuedUnderTheLockForJobsAlone) {
+    ASSERT_TRUE(initWith(threeSlots));
+    const Support::OutputCapture capture;
+    boost::unique_lock<boost::mutex> accepting(provider->jobsMutex);
+    std::thread client([this] { EXPECT_EQ(post("{}").code, 200u); });
+    EXPECT_TRUE(Support::waitUntil([this] { return job(0) != nullptr; }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(queued(), 0u);
+    EXPECT_EQ(counters(), "0 0 0");
+    accepting.unlock();
+    client.join();
+    EXPECT_EQ(queued(), 1u);
+    EXPECT_EQ(counters(), "1 0 0");
 }
 
 // Slots become free and taken again under the eyes of all faces.

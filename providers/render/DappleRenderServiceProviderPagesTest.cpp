@@ -24,6 +24,7 @@ protected:
     Reply list(const std::string& accept = "") {
         Support::OutputCapture capture;
         Reply reply;
+        reply.setCode(500);
         EXPECT_TRUE(provider->listJobs(request(accept), reply));
         EXPECT_EQ(reply.code, 200u);
         EXPECT_TRUE(hasNoCors(reply));
@@ -64,6 +65,7 @@ TEST_F(DappleRenderPagesTest, FrontPage) {
     asked.header().setParam("Accept", "application/json");
     asked.header().setParam("Origin", "http://me");
     Reply reply;
+    reply.setCode(500);
     EXPECT_TRUE(provider->handleFrontPage(asked, reply));
     EXPECT_EQ(reply.code, 200u);
     EXPECT_EQ(headerOf(reply, "Content-Type"), "text/html");

@@ -47,6 +47,7 @@ protected:
         const auto request = Support::makeRequest(method, uri);
         Support::OutputCapture capture;
         Reply reply;
+        reply.setCode(500);
         EXPECT_TRUE(method == "DELETE" ? provider->deleteJob(request, reply)
                                        : provider->getJob(request, reply));
         written = capture.errors();
