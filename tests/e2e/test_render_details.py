@@ -9,7 +9,7 @@ from waiting import wait_for
 
 def test_details(services):
     service = start_render(services, entry(2, port=50000))
-    assert service.take() == service.take() - 1 == 0
+    assert (service.take(), service.take()) == (0, 1)
     for path in ("/job/1", "/job/1/all", "/job/01", "/job/+1", "/job//1", "/job/1/all/more",
                  "/job/%31", "/job/x/../1", "/job/./1", "/job/1?detail=dapple"):
         assert_bare(ask(service.port, request("GET", path)), 200)
