@@ -44,7 +44,8 @@ protected:
             return;
         const OutputCapture capture;
         provider->shutdown();
-        provider->ServiceProvider::~ServiceProvider();
+        using Base = OstrandService::ServiceProvider;
+        static_cast<Base*>(provider)->Base::~Base();
         ::operator delete(static_cast<void*>(provider));
         provider = nullptr;
     }
