@@ -1,5 +1,7 @@
 #include "platform/config/ParamBag.h"
 
+#include "platform/config/Ascii.h"
+
 #include <cstring>
 
 namespace Config {
@@ -7,10 +9,6 @@ namespace Config {
 namespace {
 
 constexpr std::size_t usualSize = 4; ///< entries that next to no bag goes beyond
-
-char lower(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
 
 } // namespace
 
@@ -20,7 +18,7 @@ bool ParamBag::matches(const std::string& stored, const char* key, std::size_t k
     if (keyCase == KeyCase::Exact)
         return std::memcmp(stored.data(), key, keySize) == 0;
     for (std::size_t i = 0; i < keySize; ++i) {
-        if (lower(stored[i]) != lower(key[i]))
+        if (lowerCase(stored[i]) != lowerCase(key[i]))
             return false;
     }
     return true;

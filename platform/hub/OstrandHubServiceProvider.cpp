@@ -1,5 +1,6 @@
 #include "platform/hub/OstrandHubServiceProvider.h"
 
+#include "platform/config/Ascii.h"
 #include "platform/hub/AtomicFile.h"
 #include "platform/hub/HubClock.h"
 #include "platform/hub/HubFiles.h"
@@ -24,13 +25,7 @@ std::string storedIdentifier(const std::string& path) {
     OstrandHub::getFileContents(path.c_str(), text);
     const std::size_t last = text.find_last_not_of(" \t\r\n");
     text.erase(last == std::string::npos ? 0 : last + 1);
-    if (!OstrandHub::isUuid(text))
-        return "";
-    for (char& c : text) {
-        if (c >= 'A' && c <= 'F')
-            c = static_cast<char>(c - 'A' + 'a');
-    }
-    return text;
+    return OstrandHub::isUuid(text) ? Config::lowerCase(text) : "";
 }
 
 /// The identifier of the service whose cache root this is; the file always holds the full one.

@@ -1,5 +1,6 @@
 #include "platform/portico/ChunkedDecoder.h"
 
+#include "platform/config/Ascii.h"
 #include "platform/portico/FrontLimits.h"
 
 #include <algorithm>
@@ -8,14 +9,6 @@
 namespace Portico {
 
 namespace {
-
-int digitValue(char c) {
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
-}
 
 bool isControl(char c) {
     const auto byte = static_cast<unsigned char>(c);
@@ -72,7 +65,7 @@ ChunkedDecoder::Result ChunkedDecoder::step(char c) {
 ChunkedDecoder::Result ChunkedDecoder::inSize(char c) {
     if (++lineSize > FrontLimits::chunkLine)
         return Result::Malformed;
-    const int digit = digitValue(c);
+    const int digit = Config::hexValue(c);
     if (digit >= 0) {
         if (chunk > std::numeric_limits<std::uint64_t>::max() / 16)
             return Result::Malformed;

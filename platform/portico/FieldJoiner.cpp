@@ -1,25 +1,15 @@
 #include "platform/portico/FieldJoiner.h"
 
+#include "platform/config/Ascii.h"
+
 namespace Portico {
-
-namespace {
-
-std::string lowerCase(std::string text) {
-    for (char& c : text) {
-        if (c >= 'A' && c <= 'Z')
-            c = static_cast<char>(c - 'A' + 'a');
-    }
-    return text;
-}
-
-} // namespace
 
 void FieldJoiner::add(std::string name, std::string value) {
     if (header.entries().size() < fewFields || header.hasParam(name.c_str())) {
         header.joinParam(std::move(name), std::move(value));
         return;
     }
-    const auto [position, isNew] = positions.emplace(lowerCase(name), further.size());
+    const auto [position, isNew] = positions.emplace(Config::lowerCase(name), further.size());
     if (isNew)
         further.emplace_back(std::move(name), std::move(value));
     else

@@ -1,5 +1,7 @@
 #include "platform/portico/MimeTypes.h"
 
+#include "platform/config/Ascii.h"
+
 #include <fstream>
 #include <sstream>
 #include <unordered_map>
@@ -8,20 +10,12 @@ namespace Portico {
 
 namespace {
 
-std::string lowerCase(std::string text) {
-    for (char& c : text) {
-        if (c >= 'A' && c <= 'Z')
-            c = static_cast<char>(c - 'A' + 'a');
-    }
-    return text;
-}
-
 /// What stands behind the last dot of the last part of a path; empty where there is none.
 std::string extensionOf(const std::string& fileName) {
     const std::size_t dot = fileName.find_last_of("./");
     if (dot == std::string::npos || fileName[dot] == '/')
         return "";
-    return lowerCase(fileName.substr(dot + 1));
+    return Config::lowerCase(fileName.substr(dot + 1));
 }
 
 } // namespace
@@ -58,7 +52,7 @@ MimeTypes::MimeTypes() {
         words >> type;
         // The first of two types for one extension counts, and ours before all.
         while (words >> extension)
-            filled->types.emplace(lowerCase(extension), type);
+            filled->types.emplace(Config::lowerCase(extension), type);
     }
     tables = filled;
 }

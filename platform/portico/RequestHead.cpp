@@ -1,5 +1,6 @@
 #include "platform/portico/RequestHead.h"
 
+#include "platform/config/Ascii.h"
 #include "platform/portico/FieldJoiner.h"
 #include "platform/portico/RequestTarget.h"
 
@@ -64,10 +65,6 @@ private:
     ProtocolHTTP::Request& request;
 };
 
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
 /// True where the request line ends in a version of the protocol, be it one that nobody knows.
 bool endsInVersion(std::string_view head) {
     const std::string_view line = head.substr(0, head.find('\r'));
@@ -75,8 +72,9 @@ bool endsInVersion(std::string_view head) {
     if (blank == std::string_view::npos || line.size() - blank != 9)
         return false;
     const std::string_view version = line.substr(blank + 1);
-    return version.substr(0, 5) == "HTTP/" && isDigit(version[5]) && version[6] == '.' &&
-           isDigit(version[7]) && version.substr(5, 3) != "1.0" && version.substr(5, 3) != "1.1";
+    return version.substr(0, 5) == "HTTP/" && Config::isDigit(version[5]) && version[6] == '.' &&
+           Config::isDigit(version[7]) && version.substr(5, 3) != "1.0" &&
+           version.substr(5, 3) != "1.1";
 }
 
 /// Reads digits and nothing else; false for any other text and for a number that is too large.
@@ -85,7 +83,7 @@ bool readLength(std::string_view text, std::uint64_t& length) {
         return false;
     length = 0;
     for (const char c : text) {
-        if (!isDigit(c))
+        if (!Config::isDigit(c))
             return false;
         const auto digit = static_cast<std::uint64_t>(c - '0');
         if (length > (std::numeric_limits<std::uint64_t>::max() - digit) / 10)

@@ -1,5 +1,7 @@
 #include "platform/portico/RequestTarget.h"
 
+#include "platform/config/Ascii.h"
+
 #include <cstddef>
 
 namespace Portico {
@@ -9,17 +11,6 @@ namespace {
 bool isControl(char c) {
     const auto byte = static_cast<unsigned char>(c);
     return byte < 0x20 || byte == 0x7f;
-}
-
-/// The value of a hexadecimal digit, or -1.
-int digitValue(char c) {
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
 }
 
 } // namespace
@@ -44,8 +35,8 @@ bool RequestTarget::decode(std::string_view text, std::string& path) {
     for (std::size_t i = 0; i < text.size(); ++i) {
         char c = text[i];
         if (c == '%') {
-            const int high = i + 1 < text.size() ? digitValue(text[i + 1]) : -1;
-            const int low = i + 2 < text.size() ? digitValue(text[i + 2]) : -1;
+            const int high = i + 1 < text.size() ? Config::hexValue(text[i + 1]) : -1;
+            const int low = i + 2 < text.size() ? Config::hexValue(text[i + 2]) : -1;
             if (high < 0 || low < 0)
                 return false;
             c = static_cast<char>(high * 16 + low);

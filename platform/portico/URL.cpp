@@ -1,5 +1,7 @@
 #include "platform/portico/URL.h"
 
+#include "platform/config/Ascii.h"
+
 #include <cstddef>
 #include <string_view>
 
@@ -7,24 +9,16 @@ namespace Portico {
 
 namespace {
 
-bool isLetter(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
-
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
 /// The scheme of `text` in lower case; empty where it has none.
 std::string schemeOf(std::string_view text) {
     const std::size_t end = text.find("://");
-    if (end == std::string_view::npos || end == 0 || !isLetter(text.front()))
+    if (end == std::string_view::npos || end == 0 || !Config::isLetter(text.front()))
         return "";
     std::string scheme;
     for (const char c : text.substr(0, end)) {
-        if (!isLetter(c) && !isDigit(c) && c != '+' && c != '-' && c != '.')
+        if (!Config::isLetter(c) && !Config::isDigit(c) && c != '+' && c != '-' && c != '.')
             return "";
-        scheme.push_back(c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c);
+        scheme.push_back(Config::lowerCase(c));
     }
     return scheme;
 }
@@ -39,7 +33,7 @@ int defaultPort(const std::string& scheme) {
 int portOf(std::string_view digits) {
     int port = 0;
     for (const char c : digits) {
-        if (!isDigit(c))
+        if (!Config::isDigit(c))
             return 0;
         port = port * 10 + (c - '0');
         if (port > 65535)
