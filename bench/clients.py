@@ -131,6 +131,18 @@ def _resident_kib(pid):
         return int(re.search(r"VmRSS:\s*(\d+) kB", status.read()).group(1))
 
 
+def forget_peak(pid):
+    """Lets the count of peak_kib begin anew."""
+    with open("/proc/%d/clear_refs" % pid, "w", encoding="ascii") as out:
+        out.write("5")
+
+
+def peak_kib(pid):
+    """The most memory that a process has had since forget_peak."""
+    with open("/proc/%d/status" % pid, encoding="ascii") as status:
+        return int(re.search(r"VmHWM:\s*(\d+) kB", status.read()).group(1))
+
+
 def memory_each(pid, port, count, request):
     """KiB by which a process grows with each of `count` connections, on which a request, if there
     is one, was sent and answered."""

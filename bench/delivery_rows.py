@@ -1,5 +1,7 @@
 """Rows of the result server and of the web server below it."""
 
+import contextlib
+
 import clients
 import peers
 from common import PROVIDER, expect, in_turns, service
@@ -26,19 +28,50 @@ def accepted(settings, connections):
                            0.85, connections, (own.port + 1, path), (port, "/accepted"))
 
 
-def finished(settings, name, size, connections, wanted):
-    """A result that a job made, and the same file from nginx."""
+@contextlib.contextmanager
+def result_of(settings, size):
+    """A result that a job made, and the same file from nginx: the service and both addresses."""
     with service(settings, workers=1) as own:
         source = own.folder / "source"
-        source.write_bytes(bytes(index % 251 for index in range(size)))
+        block = bytes(index % 251 for index in range(min(size, 1 << 20)))
+        with open(source, "wb") as out:
+            for _ in range(size // len(block)):
+                out.write(block)
         number = own.run("cp %s result.bin" % source)
         own.wait_done(number)
+        source.unlink()
         with peers.nginx(settings.folder(), own.cache_root) as port:
             path = "/%s/%d/result.bin" % (PROVIDER, number)
             expect(own.port + 1, path, 200, size)
             expect(port, path, 200, size)
-            return against(settings, "a result of %s, %d connections" % (name, connections),
-                           wanted, connections, (own.port + 1, path), (port, path))
+            yield own, (own.port + 1, path), (port, path)
+
+
+def finished(settings, name, size, connections, wanted):
+    with result_of(settings, size) as (_, ours, theirs):
+        return against(settings, "a result of %s, %d connections" % (name, connections), wanted,
+                       connections, ours, theirs)
+
+
+def sizes(settings):
+    """Results of all sizes to few and to many, and what they cost in memory: each reply holds its
+    own copy of the file, so those that would not fit into this machine are left out."""
+    largest = settings.size(1 << 30, 1 << 26)
+    results = []
+    for name, size in (("64 KiB", 1 << 16), ("1 MiB", 1 << 20), ("64 MiB", 1 << 26),
+                       ("1 GiB", 1 << 30)):
+        if size > largest:
+            continue
+        with result_of(settings, size) as (own, ours, theirs):
+            for connections in (1, 8, 64):
+                if size * connections > 10 << 30:
+                    continue
+                what = "a result of %s, %d connections" % (name, connections)
+                clients.forget_peak(own.process.pid)
+                results += against(settings, what, None, connections, ours, theirs)
+                results.append(Result(what + ": memory at the most", "MiB",
+                                      [clients.peak_kib(own.process.pid) / 1024], [], None))
+    return results
 
 
 def blocked(settings):

@@ -110,7 +110,9 @@ def head_of(port, path):
 def wrk(port, path, connections, seconds):
     """Requests a second over keep-alive connections. Raises where an answer was no success."""
     url = "http://127.0.0.1:%d%s" % (port, path)
-    done = subprocess.run(["wrk", "-t2", "-c%d" % connections, "-d%ds" % seconds, url],
+    threads = min(connections, 2)
+    done = subprocess.run(["wrk", "-t%d" % threads, "-c%d" % connections, "-d%ds" % seconds,
+                           "--timeout", "60s", url],
                           stdout=subprocess.PIPE, check=True, text=True)
     fault = _WRK_FAULTS.search(done.stdout)
     if fault:

@@ -4,7 +4,7 @@ import dataclasses
 import statistics
 import typing
 
-ROW_NAMES = ("accepted-32", "accepted-256", "result-1k", "result-1m", "jobs-2", "jobs-8",
+ROW_NAMES = ("accepted-32", "accepted-256", "result-1k", "result-1m", "sizes", "jobs-2", "jobs-8",
              "queues", "blocked", "idle", "hostile", "submit", "reload", "table", "legacy-list",
              "legacy-jobs")
 

@@ -14,6 +14,7 @@ _ROWS = {
     "accepted-256": lambda settings: delivery_rows.accepted(settings, 256),
     "result-1k": lambda settings: delivery_rows.finished(settings, "1 KiB", 1024, 32, 0.8),
     "result-1m": lambda settings: delivery_rows.finished(settings, "1 MiB", 1024 * 1024, 8, 0.9),
+    "sizes": delivery_rows.sizes,
     "jobs-2": lambda settings: job_rows.jobs(settings, 2),
     "jobs-8": lambda settings: job_rows.jobs(settings, 8),
     "queues": queue_rows.queues,
