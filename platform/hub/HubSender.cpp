@@ -154,7 +154,7 @@ bool HubSender::send(HubMessage message, std::chrono::seconds renewal) {
     return true;
 }
 
-bool HubSender::sendLast(HubMessage message, std::chrono::milliseconds limit) {
+bool HubSender::sendLast(const HubMessage& message, std::chrono::milliseconds limit) {
     if (!ensureThread(message))
         return false;
     Item item;

@@ -45,7 +45,7 @@ public:
     /// Ends the renewal, queues the message behind what is still to be sent and waits for it to
     /// leave. What is before it gets half of `limit` and is then given up. True if the message has
     /// left within `limit`.
-    bool sendLast(HubMessage message, std::chrono::milliseconds limit);
+    bool sendLast(const HubMessage& message, std::chrono::milliseconds limit);
 
     /// Ends the thread and drops what is queued. A request under way is given up; a thread that
     /// does not end soon is left to do so by itself. A second call does nothing.
