@@ -10,11 +10,11 @@
 #include <algorithm>
 #include <boost/asio/error.hpp>
 #include <boost/asio/post.hpp>
-#include <chrono>
 #include <exception>
 #include <limits>
 #include <sstream>
 #include <sys/socket.h>
+#include <time.h>
 
 namespace Portico {
 
@@ -52,9 +52,11 @@ Connection::Connection(IoCore& ownCore, ConnectionList& ownList, ServerState& ow
 Connection::~Connection() = default;
 
 std::int64_t Connection::clockMillis() {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(
-               std::chrono::steady_clock::now().time_since_epoch())
-        .count();
+    // Some milliseconds late, which no limit minds, and a quarter of the price: each request asks
+    // for the time three times.
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
 }
 
 void Connection::enter(Phase next, std::int64_t limitMillis) {
