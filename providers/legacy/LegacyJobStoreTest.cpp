@@ -1,7 +1,6 @@
 #include "providers/legacy/LegacyJobStore.h"
 
 #include "platform/hub/FileSizeLimit.h"
-#include "platform/hub/HubFiles.h"
 #include "providers/legacy/LegacyState.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -39,12 +38,6 @@ protected:
         return taken ? taken->id : 0;
     }
 
-    std::string content(const std::string& name) const {
-        std::string text;
-        EXPECT_TRUE(OstrandHub::getFileContents(folder.path(name).c_str(), text)) << name;
-        return text;
-    }
-
     const Support::TemporaryFolder folder;
     LegacyState state;
     LegacyJobStore& store;
@@ -60,10 +53,10 @@ TEST_F(LegacyJobStoreTest, EmptyStore) {
 TEST_F(LegacyJobStoreTest, FirstJobHasItsWholeFolder) {
     EXPECT_EQ(submit("r", "as sent\r\n"), 1u);
     EXPECT_EQ(store.maxJobId(), 1u);
-    EXPECT_EQ(content("1/.status"), "{ \"status\" : 0}\n");
-    EXPECT_EQ(content("1/.meta"), "as sent\r\n");
-    EXPECT_EQ(content("1/.partial"), "");
-    EXPECT_EQ(content("1/jobId"), "1@");
+    EXPECT_EQ(folder.read("1/.status"), "{ \"status\" : 0}\n");
+    EXPECT_EQ(folder.read("1/.meta"), "as sent\r\n");
+    EXPECT_EQ(folder.read("1/.partial"), "");
+    EXPECT_EQ(folder.read("1/jobId"), "1@");
     std::set<std::string> names;
     for (const auto& entry : fs::directory_iterator(folder.path("1")))
         names.insert(entry.path().filename().string());
@@ -76,7 +69,7 @@ TEST_F(LegacyJobStoreTest, CookiesOfANewJobAreWrittenForItsUserAlone) {
     JobRecord record("");
     ASSERT_TRUE(record.parseJobText(R"({"resource":"r","cookies":{"b":"2","a":"1"}})"));
     store.submitJob(record, "{}");
-    EXPECT_EQ(content("1/.cookie"), "a\n1\nb\n2\n");
+    EXPECT_EQ(folder.read("1/.cookie"), "a\n1\nb\n2\n");
     EXPECT_EQ(fs::status(folder.path("1/.cookie")).permissions(), fs::owner_read | fs::owner_write);
 }
 
@@ -89,7 +82,7 @@ TEST_F(LegacyJobStoreTest, SecondSubmissionOfALiveJobChangesNothing) {
         const std::uint32_t total = store.numJobsTotal();
         EXPECT_EQ(submit(uid, "second"), id);
         EXPECT_EQ(store.numJobsTotal(), total);
-        EXPECT_EQ(content(std::to_string(id) + "/.meta"), "first");
+        EXPECT_EQ(folder.read(std::to_string(id) + "/.meta"), "first");
         EXPECT_EQ(store.getJobState(uid), live);
     }
 }
@@ -104,7 +97,7 @@ TEST_F(LegacyJobStoreTest, FailedJobComesBackWithItsOldDescription) {
     ASSERT_TRUE(second.parseJobText(R"({"resource":"other","uid":"u"})"));
     EXPECT_EQ(store.submitJob(second, "second"), 1u);
     EXPECT_EQ(store.getJobRecord(1).resource, "r");
-    EXPECT_EQ(content("1/.meta"), "second");
+    EXPECT_EQ(folder.read("1/.meta"), "second");
     EXPECT_EQ(idOf(store.takeNextOpenJob()), 1u) << "the cursor comes back to it";
     finish(1, LegacyJobStates::closed);
     // It counts twice, and its failure stays counted.
@@ -120,7 +113,7 @@ TEST_F(LegacyJobStoreTest, JobThatCannotGetItsFolderFailsAndMayBeTriedAgain) {
     EXPECT_EQ(store.getJobState("r"), LegacyJobStates::error);
     fs::remove(folder.path("1"));
     EXPECT_EQ(submit("r"), 1u);
-    EXPECT_EQ(content("1/.status"), "{ \"status\" : 0}\n");
+    EXPECT_EQ(folder.read("1/.status"), "{ \"status\" : 0}\n");
 }
 
 TEST_F(LegacyJobStoreTest, NewJobWhoseDescriptionCannotBeWrittenIsNotTaken) {
@@ -132,8 +125,8 @@ TEST_F(LegacyJobStoreTest, NewJobWhoseDescriptionCannotBeWrittenIsNotTaken) {
     EXPECT_EQ(store.getJobState("r"), LegacyJobStates::error);
     EXPECT_EQ(store.numJobsTotal(), 0u);
     EXPECT_EQ(submit("r", "text"), 1u);
-    EXPECT_EQ(content("1/.meta"), "text");
-    EXPECT_EQ(content("1/.status"), "{ \"status\" : 0}\n");
+    EXPECT_EQ(folder.read("1/.meta"), "text");
+    EXPECT_EQ(folder.read("1/.status"), "{ \"status\" : 0}\n");
     EXPECT_EQ(store.numJobsTotal(), 1u);
 }
 
@@ -142,7 +135,7 @@ TEST_F(LegacyJobStoreTest, JobThatComesBackMayKeepItsOldDescriptionOnAFullDisk) 
     finish(1, LegacyJobStates::error);
     const FileSizeLimit full(0);
     EXPECT_EQ(submit("r", "second"), 1u);
-    EXPECT_EQ(content("1/.meta"), "first");
+    EXPECT_EQ(folder.read("1/.meta"), "first");
     EXPECT_EQ(store.getJobState("r"), LegacyJobStates::open);
 }
 
@@ -151,7 +144,7 @@ TEST_F(LegacyJobStoreTest, JobThatComesBackGetsALostFolderAnew) {
     store.requestDelete(1);
     fs::remove_all(folder.path("1"));
     EXPECT_EQ(submit("r", "again"), 1u);
-    EXPECT_EQ(content("1/.meta"), "again");
+    EXPECT_EQ(folder.read("1/.meta"), "again");
     EXPECT_TRUE(fs::exists(folder.path("1/popGeo")));
 }
 
@@ -212,7 +205,7 @@ TEST_F(LegacyJobStoreTest, CounterOfEachChangeOfState) {
         store.setJobState(store.getJobRecord(1), change.to);
         EXPECT_EQ(store.numJobsFinished(), change.finished) << change.from << change.to;
         EXPECT_EQ(store.numJobsFailed(), change.failed) << change.from << change.to;
-        EXPECT_EQ(content("1/.status"), JobRecord::statusText(change.to));
+        EXPECT_EQ(folder.read("1/.status"), JobRecord::statusText(change.to));
     }
 }
 
@@ -302,9 +295,9 @@ TEST_F(LegacyJobStoreTest, TimingsAreWrittenAndReadAgain) {
     store.setAddedTime(1, 12.5);
     store.addTiming(store.getJobRecord(1), {20, 30.25});
     store.writeTimings(store.getJobRecord(1), folder.path("1/.timings"));
-    EXPECT_EQ(content("1/.timings"), R"({"added":12.5,"timings":[{"done":30.25,"proc":20}]})");
+    EXPECT_EQ(folder.read("1/.timings"), R"({"added":12.5,"timings":[{"done":30.25,"proc":20}]})");
     submit("s");
-    store.loadTimings(2, content("1/.timings"));
+    store.loadTimings(2, folder.read("1/.timings"));
     EXPECT_EQ(store.getAddedTime(2), 12.5);
     EXPECT_EQ(store.getJobRecord(2).timings, (std::vector<JobRecord::Timing>{{20, 30.25}}));
 }
@@ -359,7 +352,7 @@ TEST_F(LegacyJobStoreTest, DescriptionThatCannotBeReadMakesAnErrorOnDiskToo) {
     folder.write("1/.status", "{ \"status\" : 2}\n");
     store.loadJob(1, "{", folder.path("1"));
     EXPECT_EQ(store.getJobRecord(1).state, LegacyJobStates::error);
-    EXPECT_EQ(content("1/.status"), "{ \"status\" : 3}\n");
+    EXPECT_EQ(folder.read("1/.status"), "{ \"status\" : 3}\n");
     EXPECT_EQ(store.numJobsFailed(), 1u);
 }
 

@@ -6,7 +6,6 @@
 #include "providers/legacy/ProcessRun.h"
 #include "providers/legacy/ScreenshotScene.h"
 
-#include "platform/hub/HubFiles.h"
 #include "platform/hub/TranscoderJobDesc.h"
 #include "tests/support/OutputCapture.h"
 #include "tests/support/TemporaryFolder.h"
@@ -57,12 +56,6 @@ protected:
         return folder.path() + "/" + std::to_string(id) + "/";
     }
 
-    std::string content(const std::string& name) const {
-        std::string text;
-        EXPECT_TRUE(OstrandHub::getFileContents(folder.path(name).c_str(), text)) << name;
-        return text;
-    }
-
     const Support::TemporaryFolder folder;
     LegacyState state;
 };
@@ -73,8 +66,8 @@ TEST_F(LegacyRunTest, OutcomeOfAProcess) {
     EXPECT_EQ(runProcess("sh -c 'exit 1'", path, "c.txt"), 3);
     EXPECT_EQ(runProcess("sh -c 'kill -9 $$'", path, "c.txt"), 3);
     EXPECT_EQ(runProcess("no-such-tool", path, "none.txt"), 3);
-    EXPECT_EQ(content("none.txt"), "") << "made before the tool is started";
-    EXPECT_EQ(content("c.txt"), "out\nerr\n");
+    EXPECT_EQ(folder.read("none.txt"), "") << "made before the tool is started";
+    EXPECT_EQ(folder.read("c.txt"), "out\nerr\n");
     folder.makeFolder("folder");
     EXPECT_EQ(runProcess("true", path, "folder"), 2) << "a console that can't be opened";
 }
@@ -90,7 +83,7 @@ TEST_F(LegacyRunTest, FileInThePlaceOfTheSceneIsReplaced) {
     state.fettlePath = tool("fettle", "mkfifo saveFrame.x3d\n");
     submit(R"({"resource":"r","options":"screenshot"})");
     EXPECT_TRUE(runTool(1));
-    EXPECT_NE(content("1/saveFrame.x3d").find(sought), std::string::npos);
+    EXPECT_NE(folder.read("1/saveFrame.x3d").find(sought), std::string::npos);
 }
 
 TEST_F(LegacyRunTest, SceneThatCannotBeWrittenLeavesTheToolsLine) {
@@ -108,11 +101,11 @@ TEST_F(LegacyRunTest, LastPlaceholderOfTheSceneIsReplaced) {
     state.screenshotTemplate = "$I$ and $I$ end\n";
     submit(R"({"resource":"r","options":"screenshot","format":"gltf"})");
     EXPECT_TRUE(runTool(1));
-    EXPECT_EQ(content("1/saveFrame.x3d"), "$I$ and index.gltf end\n");
+    EXPECT_EQ(folder.read("1/saveFrame.x3d"), "$I$ and index.gltf end\n");
     state.screenshotTemplate = "none\n";
     submit(R"({"resource":"s","options":"screenshot"})");
     EXPECT_TRUE(runTool(2));
-    EXPECT_EQ(content("2/saveFrame.x3d"), "none\n");
+    EXPECT_EQ(folder.read("2/saveFrame.x3d"), "none\n");
 }
 
 TEST_F(LegacyRunTest, JoinedArgumentsEndInABlank) {
@@ -124,7 +117,7 @@ TEST_F(LegacyRunTest, ToolGetsTheUnquotedWordsAndTheLineKeepsTheQuotes) {
     state.fettlePath = tool("fettle", "for a in \"$@\"; do echo \"[$a]\"; done\n");
     ASSERT_EQ(submit(R"({"resource":"a b","suffix":"x","ops":"restructure"})"), 1u);
     EXPECT_TRUE(runTool(1));
-    EXPECT_EQ(content("1/console_fettle.txt"),
+    EXPECT_EQ(folder.read("1/console_fettle.txt"),
               "[-i]\n[a b:x]\n[-J]\n[statistics.html]\n[-F]\n[Scene:cacheopt(true)]\n[--x3d]\n"
               "[index.x3d]\n");
     EXPECT_EQ(state.store->getJobRecord(1).commandLine,
@@ -138,7 +131,7 @@ TEST_F(LegacyRunTest, JobIsInProcessWhileTheToolRuns) {
     state.fettlePath = tool("fettle", "cat .status\n");
     submit(R"({"resource":"r"})");
     EXPECT_TRUE(runTool(1));
-    EXPECT_EQ(content("1/console_fettle.txt"), "{ \"status\" : 1}\n");
+    EXPECT_EQ(folder.read("1/console_fettle.txt"), "{ \"status\" : 1}\n");
 }
 
 TEST_F(LegacyRunTest, ScreenshotRunShowsTheViewersLine) {
@@ -152,8 +145,8 @@ TEST_F(LegacyRunTest, ScreenshotRunShowsTheViewersLine) {
     EXPECT_TRUE(runTool(2));
     ::setenv("PATH", path.c_str(), 1);
     EXPECT_EQ(state.store->getJobRecord(1).commandLine, "glimt --appThreadCount 0 saveFrame.x3d ");
-    EXPECT_EQ(content("1/seen"), "--appThreadCount 0 saveFrame.x3d\n");
-    EXPECT_NE(content("1/saveFrame.x3d").find("    <Inline url='index.glb' />\n"),
+    EXPECT_EQ(folder.read("1/seen"), "--appThreadCount 0 saveFrame.x3d\n");
+    EXPECT_NE(folder.read("1/saveFrame.x3d").find("    <Inline url='index.glb' />\n"),
               std::string::npos);
     EXPECT_FALSE(fs::exists(folder.path("2/saveFrame.x3d"))) << "not for html";
     EXPECT_NE(state.store->getJobRecord(2).commandLine.find(" -V "), std::string::npos);
@@ -170,7 +163,7 @@ TEST_F(LegacyRunTest, FailedToolTakesNoScreenshot) {
 TEST_F(LegacyRunTest, BatchStopsAtItsFirstFailure) {
     submit(R"({"commands":["sh -c 'echo one'","false","sh -c 'echo three'"],"uid":"u"})");
     EXPECT_FALSE(runBatch(1));
-    EXPECT_EQ(content("1/console.txt"), "one\n");
+    EXPECT_EQ(folder.read("1/console.txt"), "one\n");
     const JobRecord record = state.store->getJobRecord(1);
     EXPECT_EQ(record.timings.size(), 2u);
     EXPECT_EQ(record.state, LegacyJobStates::error);

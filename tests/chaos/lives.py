@@ -20,22 +20,13 @@ WHOLE = b"".join(b"%063d\n" % number for number in range(200))
 CLIENTS = 8
 
 
-class Transcoder(Service):
-    """Runs what is left over behind a restart."""
-
-    runs_again = True
-    workers = 3
+class Common:
+    """What both kinds are given and asked."""
 
     def environment(self):
         values = super().environment()
         values["PATH"] = "%s:%s" % (TOOLS, values["PATH"])
         return values
-
-    def accepted_id(self, reply):
-        return job_id(reply.text)
-
-    def place_of(self, number):
-        return "/%s/%d/%s" % (self.provider_id, number, RESULT)
 
     def table(self):
         """Name and state of each job."""
@@ -43,26 +34,30 @@ class Transcoder(Service):
                 for key, job in self.jobs()["jobs"].items()}
 
 
-class Legacy(LegacyService):
+class Transcoder(Common, Service):
+    """Runs what is left over behind a restart."""
+
+    runs_again = True
+    workers = 3
+
+    def accepted_id(self, reply):
+        return job_id(reply.text)
+
+    def place_of(self, number):
+        return "/%s/%d/%s" % (self.provider_id, number, RESULT)
+
+
+class Legacy(Common, LegacyService):
     """Knows what is left over behind a restart, and does not run it."""
 
     runs_again = False
     workers = 16  # each pauses behind each pass
-
-    def environment(self):
-        values = super().environment()
-        values["PATH"] = "%s:%s" % (TOOLS, values["PATH"])
-        return values
 
     def accepted_id(self, reply):
         return int(reply.text.partition("@")[0])
 
     def place_of(self, number):
         return "/%d/%s" % (number, RESULT)
-
-    def table(self):
-        return {int(key[3:]): (job["resource"], job["status"])
-                for key, job in self.jobs()["jobs"].items()}
 
 
 KINDS = {"transcoder": Transcoder, "legacy": Legacy}
@@ -71,10 +66,9 @@ KINDS = {"transcoder": Transcoder, "legacy": Legacy}
 class Load:
     """Clients that submit jobs and fetch results until the service has gone."""
 
-    def __init__(self, service, life, known):
+    def __init__(self, service, life):
         self.service, self.life = service, life
-        self.known = dict(known)  # names of earlier lives by number
-        self.accepted = {}  # of this one
+        self.accepted = {}  # names by number
         self.faults = []
         self.delivered = 0
         self.mutex = threading.Lock()
