@@ -7,6 +7,7 @@
 #include <exception>
 #include <future>
 #include <optional>
+#include <pthread.h>
 #include <system_error>
 #include <utility>
 
@@ -134,7 +135,11 @@ bool HubSender::ensureThread(const HubMessage& message) {
     if (thread.joinable())
         return true;
     try {
-        thread = std::thread([held = state] { held->run(); });
+        thread = std::thread([held = state] {
+            // Who looks at the process sees whether it is known to the hub.
+            ::pthread_setname_np(::pthread_self(), "hub client");
+            held->run();
+        });
         return true;
     } catch (const std::system_error& error) {
         logFailure(message, error.what());

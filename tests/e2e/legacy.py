@@ -32,6 +32,11 @@ class LegacyService(Service):
             values["PATH"] = "%s:%s" % (LEGACY_TOOLS, values["PATH"])
         return values
 
+    def is_listening(self):
+        """The line of the last server comes before the hub client, and until there is one the
+        service answers without its identifier."""
+        return super().is_listening() and "hub client" in self.threads()
+
     @property
     def delivery(self):
         # By the machine's own name, whatever --host says.

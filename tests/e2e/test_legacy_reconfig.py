@@ -1,6 +1,5 @@
 """POST /reconfig of the legacy transcoder: threads, cache and delivery address at run time."""
 
-import glob
 import json
 import os
 import re
@@ -28,20 +27,8 @@ def reconfigure(service, value):
     check(reply, "", None)
 
 
-def tasks(service):
-    """The names of the process's threads."""
-    names = []
-    for path in glob.glob("/proc/%d/task/*/comm" % service.process.pid):
-        try:
-            with open(path) as file:
-                names.append(file.read().strip())
-        except OSError:
-            continue
-    return names
-
-
 def workers(service):
-    return tasks(service).count("job worker")
+    return service.threads().count("job worker")
 
 
 def delivery_of(service):
@@ -344,7 +331,7 @@ def test_many_at_once(service):
 def test_up_and_down_under_load(service):
     """No job is lost or run twice, and no thread stays behind. (200 rounds: OSTRAND_ROUNDS=200)"""
     rounds = int(os.environ.get("OSTRAND_ROUNDS", "2"))
-    before = len(tasks(service))
+    before = len(service.threads())
     jobs, over = [], threading.Event()
 
     def submit():
@@ -365,9 +352,9 @@ def test_up_and_down_under_load(service):
         client.join()
     wait_for(lambda: service.counters() == (len(jobs), len(jobs), 0, 0), "the jobs' end")
     assert changes(service) == [(3, 8), (8, 3)] * rounds
-    wait_for(lambda: workers(service) == 3, lambda: "3 workers of %s" % tasks(service))
+    wait_for(lambda: workers(service) == 3, lambda: "3 workers of %s" % service.threads())
     # The web servers keep the further threads that stalled pages made them start.
-    assert len(tasks(service)) <= before + 2 * service.listen_threads
+    assert len(service.threads()) <= before + 2 * service.listen_threads
     for job in jobs:
         assert service.ended_runs(job) == 1
         assert len(service.calls(job)) == 1
