@@ -1,9 +1,13 @@
 #include "platform/hub/HubFiles.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,22 +17,43 @@ namespace {
 
 constexpr std::size_t blockSize = 65536;
 
-/// Reads from `fd` as many bytes as it held when it was opened; what a tool appends meanwhile is
-/// not followed, for that may never end. Of a file without a size, as the kernel's own are, one
-/// block is read.
-bool readAll(int fd, std::size_t expected, std::string& out) {
-    out.resize(expected > 0 ? expected : blockSize);
-    std::size_t filled = 0;
-    while (filled < out.size()) {
-        const ssize_t got = ::read(fd, &out[filled], out.size() - filled);
+/// From this size on a string lies in pages of its own.
+constexpr std::size_t largeSize = 4 << 20;
+
+/// Lets the memory that `out` has reserved come in large pages where the system has them: the first
+/// touch of each small one costs more than the copying of what goes into it.
+void preferLargePages(const std::string& out) {
+    const auto page = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
+    const auto begin = (reinterpret_cast<std::uintptr_t>(out.data()) + page - 1) / page * page;
+    const auto end = (reinterpret_cast<std::uintptr_t>(out.data()) + out.capacity()) / page * page;
+    // A wish: where it is not granted the small pages do.
+    (void)::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+}
+
+/// Reads at most `wanted` bytes into `out`. Goes through a block that the processor keeps at hand:
+/// a string of that size would first have to be filled with zeros.
+bool appendBlocks(int fd, std::size_t wanted, std::string& out) {
+    std::array<char, blockSize> block; // NOLINT(cppcoreguidelines-pro-type-member-init)
+    while (out.size() < wanted) {
+        const ssize_t got = ::read(fd, block.data(), std::min(block.size(), wanted - out.size()));
         if (got < 0 && errno != EINTR)
             return false;
         if (got == 0)
             break;
-        filled += got > 0 ? static_cast<std::size_t>(got) : 0;
+        out.append(block.data(), got > 0 ? static_cast<std::size_t>(got) : 0);
     }
-    out.resize(filled);
     return true;
+}
+
+/// Reads from `fd` as many bytes as it held when it was opened; what a tool appends meanwhile is
+/// not followed, for that may never end. Of a file without a size, as the kernel's own are, one
+/// block is read.
+bool readAll(int fd, std::size_t expected, std::string& out) {
+    const std::size_t wanted = expected > 0 ? expected : blockSize;
+    out.reserve(expected);
+    if (expected >= largeSize)
+        preferLargePages(out);
+    return appendBlocks(fd, wanted, out);
 }
 
 bool readRegularFile(int fd, std::string& out) {
