@@ -60,6 +60,7 @@ private:
     void queueJob(const TranscoderJob& job, const std::string& cookie);
     std::string replyBase(const Request& request, const TranscoderJob& job) const;
     int stateCode(const std::string& uri);
+    std::vector<TranscoderJob> listedJobs();
 
     // Configuration.
     bool loadConfigFile();

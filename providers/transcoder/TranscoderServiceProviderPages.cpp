@@ -26,16 +26,12 @@ constexpr const char* emptyTimings = "command timings : <BR> <pre>\nadded : \n<p
                                      "  overall time     : \n"
                                      "</pre>\n";
 
-bool isListed(const boost::shared_ptr<ServiceTranscoderJob>& job) {
-    return job && job->state != JobState::INVALID;
-}
-
 /// The link to a job's statistics, where its tools have left some. It lacks the provider's id, and
 /// the result server finds nothing there; pages have always linked so.
 std::string statisticsLink(const ServiceTranscoderJob& job, const std::string& cachePath,
                            const std::string& deliveryUrl) {
     const std::string file = "/" + std::to_string(job.id) + "/statistics.html";
-    // The disk is asked last: this runs for every job of the table with the table locked.
+    // The disk is asked last: this runs for every job of the table.
     if (job.state != JobState::CLOSED || deliveryUrl.empty() ||
         !JobFolder::exists(cachePath + file))
         return "";
@@ -77,25 +73,33 @@ bool TranscoderServiceProvider::frontPageJson(const Request& request, Reply& rep
     return true;
 }
 
+// The lists are made from this with the table unlocked: of a large one each takes a quarter of a
+// second, and submissions would wait for it.
+std::vector<TranscoderServiceProvider::TranscoderJob> TranscoderServiceProvider::listedJobs() {
+    std::vector<TranscoderJob> listed;
+    const boost::lock_guard<boost::mutex> lock(jobListMutex);
+    listed.reserve(jobs.size());
+    for (const TranscoderJob& job : jobs) {
+        if (job && job->state != JobState::INVALID)
+            listed.push_back(job);
+    }
+    return listed;
+}
+
 bool TranscoderServiceProvider::listJobsHtml(const Request& /*request*/, Reply& reply) {
     std::string text = PagePieces::jobListHead(numJobs, numJobsFinished, numJobsFailed) +
                        PagePieces::jobTableOpen();
     const std::string url = getDeliveryUrl();
-    {
-        const boost::lock_guard<boost::mutex> lock(jobListMutex);
-        for (const TranscoderJob& job : jobs) {
-            if (!isListed(job))
-                continue;
-            const std::string number = std::to_string(job->id);
-            const std::string& uid = job->desc.getUid();
-            const std::string result = job->resultText.load();
-            text += "<tr>" + PagePieces::idCell(providerId + "/" + number, number);
-            text += PagePieces::titledCell(uid, PagePieces::shortened(uid));
-            text += PagePieces::titledCell(result, result);
-            text += PagePieces::cell(job->stateName());
-            text += PagePieces::cell("0 sec");
-            text += PagePieces::cell(statisticsLink(*job, cachePath, url)) + "</tr>";
-        }
+    for (const TranscoderJob& job : listedJobs()) {
+        const std::string number = std::to_string(job->id);
+        const std::string& uid = job->desc.getUid();
+        const std::string result = job->resultText.load();
+        text += "<tr>" + PagePieces::idCell(providerId + "/" + number, number);
+        text += PagePieces::titledCell(uid, PagePieces::shortened(uid));
+        text += PagePieces::titledCell(result, result);
+        text += PagePieces::cell(job->stateName());
+        text += PagePieces::cell("0 sec");
+        text += PagePieces::cell(statisticsLink(*job, cachePath, url)) + "</tr>";
     }
     reply.setCode(200);
     reply.header().setParam("Content-Type", "text/html");
@@ -110,19 +114,14 @@ bool TranscoderServiceProvider::listJobsJson(const Request& /*request*/, Reply& 
                        ",\n \"numJobsFailed\" : " + std::to_string(numJobsFailed) +
                        ",\n \"jobs\": {\n";
     bool any = false;
-    {
-        const boost::lock_guard<boost::mutex> lock(jobListMutex);
-        for (const TranscoderJob& job : jobs) {
-            if (!isListed(job))
-                continue;
-            const std::string number = std::to_string(job->id);
-            text += any ? ",\n" : "";
-            text += "  \"job" + number + "\" : {\n";
-            text += uriOpening + number + "\",\n";
-            text += "   \"resource\" : \"" + url_encode(job->desc.getUid()) + "\",\n";
-            text += "   \"status\" : \"" + job->stateName() + "\"\n  }";
-            any = true;
-        }
+    for (const TranscoderJob& job : listedJobs()) {
+        const std::string number = std::to_string(job->id);
+        text += any ? ",\n" : "";
+        text += "  \"job" + number + "\" : {\n";
+        text += uriOpening + number + "\",\n";
+        text += "   \"resource\" : \"" + url_encode(job->desc.getUid()) + "\",\n";
+        text += "   \"status\" : \"" + job->stateName() + "\"\n  }";
+        any = true;
     }
     text += any ? "\n }\n}" : " }\n}";
     reply.setCode(200);
