@@ -1,13 +1,33 @@
-// An old folder of the legacy transcoder: whatever stands in its files, the table stays whole.
+// An old folder of the legacy transcoder: whatever stands in its files, the table stays whole, no
+// job is taken up again, and the times are the same once more when they are written and read.
 
 #include "platform/hub/MessageLog.h"
 #include "providers/legacy/LegacyJobStore.h"
 #include "providers/legacy/LegacyState.h"
 #include "tests/fuzz/Input.h"
 
+#include <algorithm>
 #include <string>
 
 using namespace OstrandService;
+
+namespace {
+
+void checkTimings(const JobRecord& record) {
+    picojson::array list;
+    for (const JobRecord::Timing& timing : record.timings)
+        list.push_back(picojson::value(picojson::object{{"proc", picojson::value(timing.first)},
+                                                        {"done", picojson::value(timing.second)}}));
+    const picojson::object document{{"added", picojson::value(record.addedTime)},
+                                    {"timings", picojson::value(list)}};
+    LegacyState other;
+    other.store->loadJob(1, "{}", "/nowhere");
+    other.store->loadTimings(1, picojson::value(document).serialize());
+    const JobRecord again = other.store->getJobRecord(1);
+    Fuzz::require(again.addedTime == record.addedTime && again.timings == record.timings);
+}
+
+} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     MessageLog::setLogPath("/dev/null/none");
@@ -24,8 +44,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Fuzz::require(state.store->maxJobId() == id);
     const JobRecord record = state.store->getJobRecord(id);
     Fuzz::require(record.id == id || record.state == LegacyJobStates::invalid);
-    state.store->requestDelete(id);
-    state.store->takeNextOpenJob();
-    state.store->takeDeleteRequest();
+    Fuzz::require(!state.store->takeNextOpenJob());
+    checkTimings(record);
+    const bool marked = state.store->requestDelete(id);
+    Fuzz::require(state.store->takeDeleteRequest().has_value() == marked);
     return 0;
 }

@@ -14,11 +14,23 @@ namespace {
 
 using Portico::RequestReader;
 
+constexpr std::uint64_t largestBody = 4096; ///< bytes
+
+/// What every page relies on.
+void checkRequest(Portico::ProtocolHTTP::Request& request) {
+    Fuzz::require(!request.method.empty() && request.uri.front() == '/');
+    Fuzz::require(request.body().size() <= largestBody);
+    for (const auto& [name, value] : request.header().entries()) {
+        Fuzz::require(!name.empty() && name.find_first_of(": \t") == std::string::npos);
+        Fuzz::require(value.find_first_of(std::string_view("\r\n\0", 3)) == std::string::npos);
+    }
+}
+
 /// Everything that a page could see of the requests in `text`, and where reading ended.
 std::string readAll(std::string_view text, std::size_t piece) {
     std::ostringstream seen;
     Portico::InputBuffer input;
-    std::unique_ptr<RequestReader> reader = std::make_unique<RequestReader>(4096);
+    std::unique_ptr<RequestReader> reader = std::make_unique<RequestReader>(largestBody);
     for (;;) {
         switch (reader->advance(input)) {
         case RequestReader::Step::Refused:
@@ -27,8 +39,9 @@ std::string readAll(std::string_view text, std::size_t piece) {
         case RequestReader::Step::SendContinue:
             break;
         case RequestReader::Step::Complete:
+            checkRequest(reader->request());
             seen << reader->request() << "\n" << reader->request().body() << "\n";
-            reader = std::make_unique<RequestReader>(4096);
+            reader = std::make_unique<RequestReader>(largestBody);
             break;
         case RequestReader::Step::NeedMore: {
             if (text.empty()) {
