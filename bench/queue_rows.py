@@ -46,12 +46,21 @@ def queues(settings):
                         ("tsp", "task-spooler"), ("redis-server", "redis-server"),
                         ("celery", "celery"), ("celery", "python3-redis"))
     others = (("gearmand", gearman), ("task-spooler", spooler), ("Celery with redis", celery))
-    ours, *found = in_turns(settings, lambda: job_rows.rate(settings, WORKERS, count),
-                            *(lambda side=side: count / side(settings, count)
-                              for _, side in others))
+    ours, bare, *found = in_turns(settings, lambda: job_rows.rate(settings, WORKERS, count),
+                                  lambda: bare_starts(settings, count),
+                                  *(lambda side=side: count / side(settings, count)
+                                    for _, side in others))
     what = "{:,} jobs of `true`, {} workers; peer: ".format(count, WORKERS)
     return [Result(what + name, "jobs/s", ours, figures, 1.5)
-            for (name, _), figures in zip(others, found)]
+            for (name, _), figures in zip(others, found)] + [
+                Result(what + "the bare start of as many", "jobs/s", ours, bare, None)]
+
+
+def bare_starts(settings, count):
+    """Tools that end a second, where nothing is done but starting them: the bound of all queues."""
+    done = subprocess.run([str(settings.build / "bench" / "spawn_bench"), str(count), str(WORKERS),
+                           "true"], check=True, stdout=subprocess.PIPE, text=True)
+    return float(done.stdout)
 
 
 def program(name):
