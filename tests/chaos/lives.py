@@ -20,13 +20,17 @@ WHOLE = b"".join(b"%063d\n" % number for number in range(200))
 CLIENTS = 8
 
 
-class Common:
-    """What both kinds are given and asked."""
+class WithTools:
+    """Finds the tools of this folder first."""
 
     def environment(self):
         values = super().environment()
         values["PATH"] = "%s:%s" % (TOOLS, values["PATH"])
         return values
+
+
+class Common(WithTools):
+    """What both kinds are asked."""
 
     def table(self):
         """Name and state of each job."""
