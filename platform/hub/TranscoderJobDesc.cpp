@@ -166,6 +166,7 @@ void TranscoderJobDesc::parse(const picojson::value& value) {
 void TranscoderJobDesc::read(const JobFields& fields) {
     const picojson::array* batch = fields.list("commands");
     JobKind = batch ? commandBatch : toolJob;
+    commands.clear();
     rerun = fields.flag("rerun");
     cookies = fields.texts("cookies");
     resource = fields.text("resource", "");
@@ -243,7 +244,6 @@ void TranscoderJobDesc::readEnvironment(const JobFields& fields) {
 }
 
 void TranscoderJobDesc::readCommands(const picojson::array& elements) {
-    commands.clear();
     for (const picojson::value& element : elements) {
         commands.push_back(readCommand(element));
         checkProgram(commands.back().line);
