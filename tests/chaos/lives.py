@@ -11,6 +11,7 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "e2e"))
 import requests  # noqa: E402
 
 from legacy import LegacyService  # noqa: E402
+from render import RenderService, entry  # noqa: E402
 from service import Service, job_id  # noqa: E402
 from waiting import wait_for  # noqa: E402
 
@@ -30,12 +31,33 @@ class WithTools:
 
 
 class Common(WithTools):
-    """What both kinds are asked."""
+    """What both transcoders are asked."""
+
+    accepting_codes = (202,)
+    refusing_codes = ()
+
+    def __init__(self, folder, options=(), **settings):
+        super().__init__(folder, ["--worker_threads", self.workers] + list(options), **settings)
 
     def table(self):
         """Name and state of each job."""
         return {int(key[3:]): (job["resource"], job["status"])
                 for key, job in self.jobs()["jobs"].items()}
+
+    def ask_for(self, session, number):
+        """The reply for a job's result."""
+        return session.get("http://127.0.0.1:%d%s" % (self.port + 1, self.place_of(number)),
+                           timeout=60)
+
+    def whole(self, _):
+        return WHOLE
+
+    def unanswered(self, promised, accepted):
+        """The jobs that were taken in without an answer."""
+        return set(self.table()) - set(promised) - set(accepted)
+
+    def check(self, promised):
+        return check(self, promised)
 
 
 class Transcoder(Common, Service):
@@ -64,7 +86,39 @@ class Legacy(Common, LegacyService):
         return "/%d/%s" % (number, RESULT)
 
 
-KINDS = {"transcoder": Transcoder, "legacy": Legacy}
+class Render(WithTools, RenderService):
+    """Forgets all in a restart. Has as many slots as jobs can come in a life, and applications that
+    end by themselves and write down that they were started."""
+
+    accepting_codes = (200,)
+    refusing_codes = (503,)
+
+    def __init__(self, folder, slots=300, application="appDapple 0.2"):
+        super().__init__(folder, [entry(slots, application)])
+        self.slots = slots
+
+    def accepted_id(self, reply):
+        return int(reply.text.rpartition("/")[2])
+
+    def ask_for(self, session, number):
+        return session.get("%s/job/%d/dapple" % (self.url, number), timeout=60)
+
+    def whole(self, number):
+        return b"http://%s:%d\n" % (self.host.encode(), 42000 + number)
+
+    def unanswered(self, _, accepted):
+        """Those that were started in this life."""
+        path = self.folder / "started"
+        started = {int(line) for line in path.read_text().split()} if path.exists() else set()
+        path.write_text("")
+        return started - set(accepted)
+
+    def check(self, _):
+        return []
+
+
+KINDS = {"transcoder": Transcoder, "legacy": Legacy, "render": Render}
+TRANSCODERS = ("transcoder", "legacy")
 
 
 class Load:
@@ -99,8 +153,9 @@ class Load:
     def _submit(self, session, name):
         reply = session.post(self.service.url + "/job/add", timeout=60, data=json.dumps(
             {"commands": ["fettle " + RESULT], "uid": name}))
-        if reply.status_code != 202:
-            self._fault("%s is answered with %d" % (name, reply.status_code))
+        if reply.status_code not in self.service.accepting_codes:
+            if reply.status_code not in self.service.refusing_codes:
+                self._fault("%s is answered with %d" % (name, reply.status_code))
             return
         with self.mutex:
             self.accepted[self.service.accepted_id(reply)] = name
@@ -110,9 +165,8 @@ class Load:
             number = chance.choice(list(self.accepted) or [None])
         if number is None:
             return
-        reply = session.get("http://127.0.0.1:%d%s" % (
-            self.service.port + 1, self.service.place_of(number)), timeout=60)
-        if (reply.status_code, reply.content) == (200, WHOLE):
+        reply = self.service.ask_for(session, number)
+        if (reply.status_code, reply.content) == (200, self.service.whole(number)):
             with self.mutex:
                 self.delivered += 1
         elif (reply.status_code, reply.content) != (202, b""):
@@ -154,8 +208,7 @@ def check(service, promised):
         state = table.get(number, ("", "UNKNOWN"))[1]
         if service.runs_again and state != "CLOSED":
             faults.append("job %d ends as %s" % (number, state))
-        reply = requests.get("http://127.0.0.1:%d%s" % (service.port + 1,
-                                                        service.place_of(number)), timeout=60)
+        reply = service.ask_for(requests, number)
         waits = not service.runs_again and (reply.status_code, reply.content) == (202, b"")
         if not waits and (reply.status_code, reply.content) != (200, WHOLE):
             faults.append("job %d, %s, delivers %d, %d bytes" % (number, state, reply.status_code,

@@ -9,7 +9,6 @@ import time
 import lives
 from crowd import Crowd
 from hubs import MulticastReceiver
-from render import RenderService, entry
 from waiting import wait_for
 
 LARGE = 1 << 20  # bytes of a large result
@@ -42,6 +41,9 @@ class JobMix(Crowd):
         return super().actions() + [self.submit] * 3 + [self.poll, self.poll, self.look, self.refuse,
                                                         self.fetch, self.fetch, self.fetch_nothing,
                                                         self.clear]
+
+    def jobs_listed(self):
+        return len(self.service.table())
 
     def happened(self):
         """What a run is worth nothing without, by name."""
@@ -166,9 +168,8 @@ class TranscoderMix(JobMix):
 
     def __init__(self, folder, seconds, hub):
         self.hub = hub
-        super().__init__(lives.Transcoder(
-            folder, ["--worker_threads", lives.Transcoder.workers, "--refresh", 1],
-            config=MAY_RUN, hub=hub.address), seconds)
+        super().__init__(lives.Transcoder(folder, ["--refresh", 1], config=MAY_RUN,
+                                          hub=hub.address), seconds)
 
     def renewals(self):
         return len(self.hub.received)
@@ -192,8 +193,7 @@ class LegacyMix(JobMix):
     unknown_code = 404
 
     def __init__(self, folder, seconds, _):
-        super().__init__(lives.Legacy(folder, ["--worker_threads", lives.Legacy.workers,
-                                               "--refresh", 1, "--allowReconfig", 1]), seconds)
+        super().__init__(lives.Legacy(folder, ["--refresh", 1, "--allowReconfig", 1]), seconds)
         self.documents = 0
 
     def actions(self):
@@ -244,32 +244,23 @@ class LegacyMix(JobMix):
                    json.dumps({"threads": client.chance.randrange(12, self.service.workers + 1)}))
 
 
-class Render(lives.WithTools, RenderService):
-    """A slot for each job of a run, as no slot is ever given back."""
-
-    slots = 60
-
-    def __init__(self, folder):
-        super().__init__(folder, [entry(self.slots, "appDapple")])
-
-    def jobs(self):
-        return {"jobs": self.rows()}
-
-
 class RenderMix(Crowd):
     """Slots are taken in the first quarter of a run, and the applications stopped, one after the
     other, in the rest of it. All else is asked for all the time."""
 
     def __init__(self, folder, seconds, _):
-        super().__init__(Render(folder))
-        self.between_takes = seconds / 4 / Render.slots
-        self.between_stops = seconds * 0.7 / Render.slots
+        super().__init__(lives.Render(folder, slots=60, application="appDapple"))
+        self.between_takes = seconds / 4 / self.service.slots
+        self.between_stops = seconds * 0.7 / self.service.slots
         self.taken = 0  # slots, whose numbers are those below; written by one client
         self.stopped = 0
 
     def actions(self):
         return super().actions() + [self.take, self.refuse, self.refuse, self.ask_details,
                                     self.ask_details, self.look, self.stop]
+
+    def jobs_listed(self):
+        return len(self.service.rows())
 
     def happened(self):
         return {"taken slots": self.taken, "stopped applications": self.stopped}
@@ -281,8 +272,8 @@ class RenderMix(Crowd):
             self.service.stop_job(number)
 
     def take(self, client):
-        client.ask("slot", (200 if self.taken < Render.slots else 503,), "POST", "/job", "{}")
-        if self.taken < Render.slots:
+        client.ask("slot", (200 if self.taken < self.service.slots else 503,), "POST", "/job", "{}")
+        if self.taken < self.service.slots:
             self.taken += 1
             self.ended.wait(self.between_takes)
 
