@@ -57,6 +57,12 @@ class Stand:
         assert reply.status_code == 200
         return [code for code, _ in reply.json()]
 
+    def reopen(self, identifier):
+        """Makes an ended job one that waits, while the service does not run."""
+        folder = self.service.job_folder(identifier)
+        (folder / ".status").write_text('{ "status" : 0 }\n')
+        (folder / ".partial").touch()
+
     def arguments(self, identifier):
         """What `tool` was called with in the job's folder, a line each."""
         path = self.service.job_folder(identifier) / "tool.ran"
@@ -201,10 +207,9 @@ def test_taken_texts_run_what_was_checked(services, body):
     service.wait_done(1)
     assert stand.arguments(1) == ["a"]
     service.stop()
-    (service.job_folder(1) / ".status").write_text('{ "status" : 0 }\n')
+    stand.reopen(1)
     service.restart()
     service.wait_done(1)
-    stand.service.wait_done(stand.service.run("tool"))
     assert stand.arguments(1) == ["a", "a"]
     assert stand.marked() == []
 
@@ -391,8 +396,8 @@ def test_description_altered_on_the_disk(services, text):
     service = stand.service
     service.wait_done(service.run("tool a", uid="u"), service.run("tool b", uid="v"))
     service.stop()
-    for job in (1, 2):
-        (service.job_folder(job) / ".status").write_text('{ "status" : 0 }\n')
+    stand.reopen(1)
+    stand.reopen(2)
     (service.job_folder(1) / ".meta").write_text(text)
     service.restart()
     # The other one shows that jobs are taken up again.
@@ -450,7 +455,8 @@ def test_legacy_forms_hold_no_commands(services):
     {"resource": "m\nevil", "uid": "u"}, {"resource": "' evil '"}, {"resource": "-x evil"},
     {"resource": "a\\\\b' evil", "uid": "u"}, {"resource": "m", "suffix": ";evil"},
     {"resource": "m", "suffix": "$(evil)"}, {"resource": "m", "ops": "evil,;evil,reuse"},
-    {"resource": "m", "options": "evil,$(evil)"}, {"resource": "m", "annotations": [["-x", "|evil"]]},
+    {"resource": "m", "options": "evil,$(evil)"},
+    {"resource": "m", "annotations": [["-x", "|evil"]]},
     {"resource": "m", "annotations": [["a", "b\u00a0evil"]]}, {"resource": "m", "uid": "$(evil)"},
 ])
 def test_legacy_texts_stay_the_words_that_they_are(services, keys):
@@ -476,7 +482,8 @@ def test_legacy_texts_stay_the_words_that_they_are(services, keys):
     {"resource": "m", "suffix": "\""}, {"resource": "m", "suffix": "\\"},
     {"resource": "m", "annotations": [["a", "b evil"]]},
     {"resource": "m", "annotations": [["a\tevil", "b"]], "uid": "u"},
-    {"resource": "m", "annotations": [["a", "\""]]}, {"resource": "m", "annotations": [["\\", "b"]]},
+    {"resource": "m", "annotations": [["a", "\""]]},
+    {"resource": "m", "annotations": [["\\", "b"]]},
     {"resource": "m", "annotations": [["a", "b" + ZERO]], "uid": "u"},
 ])
 def test_legacy_texts_that_would_become_words_are_refused(services, keys):
