@@ -80,20 +80,30 @@ class JobClient:
 
     def run(self, count):
         """Seconds from the first byte of the first request until the last job is told as ended."""
-        batches = [json.dumps([{"commands": ["true"], "uid": "job %d" % number}
-                               for number in range(first, min(first + self.BATCH, count))]).encode()
-                   for first in range(0, count, self.BATCH)]
+        batches = self._batches(0, count)
         last = question(self.provider, [count])
         every = question(self.provider, range(1, count + 1))
         begin = time.monotonic()
-        accepted = sum(self.connection.post("/job", batch).count(b"[202,") for batch in batches)
-        if accepted != count:
-            raise RuntimeError("%d of %d jobs accepted" % (accepted, count))
+        self._submit(batches, count)
         # The last one is as good as the end of all; asking for all of them is the proof.
         for asked, ended in ((last, 1), (every, count)):
             while self.connection.post("/job/updateState", asked).count(b"[200,") != ended:
                 time.sleep(0.005)
         return time.monotonic() - begin
+
+    def submit(self, begin, end):
+        """Submits the jobs with these numbers, the last one excluded."""
+        self._submit(self._batches(begin, end), end - begin)
+
+    def _batches(self, begin, end):
+        return [json.dumps([{"commands": ["true"], "uid": "job %d" % number}
+                            for number in range(first, min(first + self.BATCH, end))]).encode()
+                for first in range(begin, end, self.BATCH)]
+
+    def _submit(self, batches, count):
+        accepted = sum(self.connection.post("/job", batch).count(b"[202,") for batch in batches)
+        if accepted != count:
+            raise RuntimeError("%d of %d jobs accepted" % (accepted, count))
 
 
 class Blockers:
@@ -126,9 +136,10 @@ class Blockers:
             one.close()
 
 
-def _resident_kib(pid):
+def resident_kib(pid, field="VmRSS"):
+    """The memory that a process has; as RssAnon that of its own, without what it maps of files."""
     with open("/proc/%d/status" % pid, encoding="ascii") as status:
-        return int(re.search(r"VmRSS:\s*(\d+) kB", status.read()).group(1))
+        return int(re.search(field + r":\s*(\d+) kB", status.read()).group(1))
 
 
 def forget_peak(pid):
@@ -149,7 +160,7 @@ def memory_each(pid, port, count, request):
     limit = resource.getrlimit(resource.RLIMIT_NOFILE)
     resource.setrlimit(resource.RLIMIT_NOFILE, (limit[1], limit[1]))
     descriptors = "/proc/%d/fd" % pid
-    unconnected = _resident_kib(pid)
+    unconnected = resident_kib(pid)
     with contextlib.ExitStack() as stack:
         for _ in range(count):
             one = stack.enter_context(socket.create_connection(("127.0.0.1", port), 10))
@@ -160,7 +171,7 @@ def memory_each(pid, port, count, request):
         # It has few others; those may come and go meanwhile.
         wait_for(lambda: len(os.listdir(descriptors)) >= count, "the connections", 10)
         time.sleep(0.1)
-        return (_resident_kib(pid) - unconnected) / count
+        return (resident_kib(pid) - unconnected) / count
 
 
 def time_to_line(service, start):

@@ -23,6 +23,7 @@ class Settings:
     rounds: int
     quick: bool
     install: bool  # packages that a row wants may be installed
+    curves: typing.Optional[pathlib.Path] = None  # where curves are drawn to, if anywhere
 
     def __post_init__(self):
         self.numbers = itertools.count()
@@ -71,11 +72,12 @@ def expect(port, path, code, length):
         raise RuntimeError("port %d answers %s with %s" % (port, path, seen))
 
 
-def make_folders(root, count, status=3, work='"commands":["true"]'):
+def make_folders(root, count, status=3, work='"commands":["true"]', first=1):
     """Job folders as the program leaves them, less the empty folders, which no reload looks at, of
-    jobs with this state and this work in their files; returns the paths of what a reload reads."""
+    jobs with this state and this work in their files and with the numbers from the first one up to
+    `count`; returns the paths of what a reload reads."""
     listed = []
-    for number in range(1, count + 1):
+    for number in range(first, count + 1):
         folder = "%s/%d" % (root, number)
         pathlib.Path(folder).mkdir()
         for name, text in ((".meta", '{%s,"uid":"job %d"}' % (work, number)),

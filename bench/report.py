@@ -5,8 +5,8 @@ import statistics
 import typing
 
 ROW_NAMES = ("accepted-32", "accepted-256", "result-1k", "result-1m", "sizes", "jobs-2", "jobs-8",
-             "queues", "blocked", "idle", "hostile", "submit", "reload", "table", "legacy-list",
-             "legacy-jobs")
+             "queues", "blocked", "idle", "hostile", "submit", "reload", "table", "growth",
+             "legacy-list", "legacy-jobs")
 
 BEGIN = "<!-- FIGURES: "
 END = "<!-- END OF FIGURES -->"

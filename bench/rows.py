@@ -1,6 +1,7 @@
 """The rows of the table by name: each measures ours and the peer in turns and returns Results."""
 
 import delivery_rows
+import growth_rows
 import hostile_rows
 import job_rows
 import legacy_rows
@@ -24,6 +25,7 @@ _ROWS = {
     "submit": job_rows.submission,
     "reload": job_rows.reload,
     "table": table_rows.table,
+    "growth": growth_rows.growth,
     "legacy-list": legacy_rows.lists,
     "legacy-jobs": legacy_rows.legacy_jobs,
 }
