@@ -1,5 +1,6 @@
 #include "host/OstrandService.h"
 
+#include "framework/PagePolicy.h"
 #include "framework/ServiceProvider.h"
 #include "host/ServiceProviderRegistry.h"
 #include "platform/hub/MessageLog.h"
@@ -26,6 +27,7 @@ void configure(Portico::ThreadedWebServer& server, std::uint32_t threads) {
     server.threadParams = {threads, 30, 2, 15};
     server.traceRequests = false;
     server.traceReplies = false;
+    server.htmlHeader = PagePolicy::header();
 }
 
 } // namespace

@@ -225,7 +225,7 @@ void Connection::answer(bool close) {
     exchange->closeAfter = close || server.stopping.load();
     const bool version10 = !exchange->reader.head().version11;
     const ReplyHead composer{server.realm, request.method == "HEAD", exchange->closeAfter,
-                             version10 && !exchange->closeAfter};
+                             version10 && !exchange->closeAfter, server.addedToHtml()};
     exchange->head = composer.compose(reply);
     const bool withBody = !composer.toHead && ReplyHead::hasBody(reply.code);
     exchange->pieces = {boost::asio::buffer(exchange->head),

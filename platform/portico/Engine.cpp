@@ -47,6 +47,7 @@ ThreadedWebServer::Engine::Engine(const PageTable& pages, const Settings& settin
       monitor(stallInterval(settings.threads)) {
     state.traceRequests = settings.traceRequests;
     state.traceReplies = settings.traceReplies;
+    state.htmlHeader = settings.htmlHeader;
     if (!certFile.empty() || !keyFile.empty())
         tls = makeTlsContext(certFile, keyFile);
     const unsigned count = std::max(std::thread::hardware_concurrency(), 1u);

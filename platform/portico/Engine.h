@@ -27,6 +27,7 @@ public:
         int logSize;             ///< lines a minute
         bool traceRequests;
         bool traceReplies;
+        MessageHeader htmlHeader;
     };
 
     /// Binds the port and loads the certificate, where one is given. Throws ListenError.

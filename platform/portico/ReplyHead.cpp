@@ -62,6 +62,30 @@ const std::string& dateLine() {
     return line;
 }
 
+void appendField(std::string& out, const Config::ParamBag::Entry& field) {
+    appendClean(out, field.first);
+    out.append(": ");
+    appendClean(out, field.second);
+    out.append("\r\n");
+}
+
+/// True where a browser shows the reply as HTML because it is told to.
+bool isHtml(const MessageHeader& header) {
+    static constexpr std::string_view html = "text/html";
+    const char* const type = header.getParam("Content-Type", nullptr);
+    if (!type || strncasecmp(type, html.data(), html.size()) != 0)
+        return false;
+    const char behind = type[html.size()];
+    return behind == '\0' || behind == ';' || behind == ' ' || behind == '\t';
+}
+
+void appendHtmlHeader(std::string& out, const MessageHeader& added, const MessageHeader& own) {
+    for (const Config::ParamBag::Entry& field : added.entries()) {
+        if (!own.hasParam(field.first.c_str()))
+            appendField(out, field);
+    }
+}
+
 void appendStatusLine(std::string& out, unsigned code) {
     out.append("HTTP/1.1 ").append(std::to_string(code)).push_back(' ');
     const auto status = boost::beast::http::int_to_status(code);
@@ -82,14 +106,12 @@ std::string ReplyHead::compose(const ProtocolHTTP::Reply& reply) const {
     out.append("Server: ");
     appendClean(out, realm);
     out.append("\r\n").append(dateLine());
-    for (const auto& [name, value] : reply.header().entries()) {
-        if (isReserved(name))
-            continue;
-        appendClean(out, name);
-        out.append(": ");
-        appendClean(out, value);
-        out.append("\r\n");
+    for (const Config::ParamBag::Entry& field : reply.header().entries()) {
+        if (!isReserved(field.first))
+            appendField(out, field);
     }
+    if (htmlHeader && isHtml(reply.header()))
+        appendHtmlHeader(out, *htmlHeader, reply.header());
     // The answer to HEAD says how long the body would be, and a page that made none doesn't know.
     if (hasBody(code) && !(toHead && reply.body().empty()))
         out.append("Content-Length: ").append(std::to_string(reply.body().size())).append("\r\n");

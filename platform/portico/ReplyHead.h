@@ -15,6 +15,9 @@ public:
     bool close = false;        ///< the connection ends behind this reply
     bool sayKeepAlive = false; ///< it goes on and the client, of HTTP/1.0, has to be told
 
+    /// What a reply of type "text/html" carries besides, or null; see ThreadedWebServer.
+    const MessageHeader* htmlHeader = nullptr;
+
     /// Status line and header, the empty line included. What the page set goes through without
     /// carriage returns, line feeds and zero bytes; the fields that tell where the message ends
     /// are this class's own.

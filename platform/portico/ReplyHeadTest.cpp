@@ -61,6 +61,51 @@ TEST(ReplyHead, keepsPagesFromForgingLinesAndFraming) {
                               "Content-Length: 3\r\n\r\n");
 }
 
+/// A composed head of a server that adds two fields to HTML replies.
+std::string composeWithHtmlHeader(const ProtocolHTTP::Reply& reply, bool toHead = false) {
+    MessageHeader added;
+    added.appendParam("X-One", "1");
+    added.appendParam("X-Two", "2");
+    const std::string realm = "R";
+    return ReplyHead{realm, toHead, false, false, &added}.compose(reply);
+}
+
+TEST(ReplyHead, addsFieldsToHtmlOfAnySpelling) {
+    for (const char* type : {"text/html", "TEXT/Html", "text/html; charset=utf-8",
+                             "text/html;charset=utf-8", "text/html ", "text/html\t;x=y"}) {
+        for (const unsigned long code : {200ul, 202ul, 302ul, 404ul, 500ul, 204ul}) {
+            ProtocolHTTP::Reply reply;
+            reply.setCode(code);
+            reply.header().setParam("content-type", type);
+            const std::string fields =
+                std::string("\r\ncontent-type: ") + type + "\r\nX-One: 1\r\nX-Two: 2\r\n";
+            EXPECT_NE(composeWithHtmlHeader(reply).find(fields), std::string::npos) << type;
+            EXPECT_NE(composeWithHtmlHeader(reply, true).find(fields), std::string::npos) << type;
+        }
+    }
+}
+
+TEST(ReplyHead, addsNothingToOtherReplies) {
+    for (const char* type : {"text/plain", "application/json", "text/htmlx", "text/htm", "",
+                             "text/html+x", "text/plain; text/html", "application/xhtml+xml"}) {
+        ProtocolHTTP::Reply reply;
+        reply.header().setParam("Content-Type", type);
+        EXPECT_EQ(composeWithHtmlHeader(reply).find("X-"), std::string::npos) << type;
+    }
+    EXPECT_EQ(composeWithHtmlHeader(ProtocolHTTP::Reply()).find("X-"), std::string::npos);
+}
+
+TEST(ReplyHead, leavesFieldsThatThePageSets) {
+    ProtocolHTTP::Reply reply;
+    reply.header().setParam("x-two", "its own");
+    reply.header().setParam("Content-Type", "text/html");
+    const std::string head = composeWithHtmlHeader(reply);
+    EXPECT_NE(head.find("\r\nx-two: its own\r\nContent-Type: text/html\r\nX-One: 1\r\n"),
+              std::string::npos)
+        << head;
+    EXPECT_EQ(head.find("X-Two"), std::string::npos) << head;
+}
+
 TEST(ReplyHead, turnsWhatIsNoFinalStatusInto500) {
     for (const unsigned long code : {0ul, 1ul, 100ul, 101ul, 199ul, 1000ul, 4294967295ul}) {
         ProtocolHTTP::Reply reply;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/portico/LogLimiter.h"
+#include "platform/portico/MessageHeader.h"
 #include "platform/portico/PageGate.h"
 #include "platform/portico/PageTable.h"
 #include "platform/portico/ThreadedWebServer.h"
@@ -21,6 +22,11 @@ struct ServerState {
           clientMillis(std::int64_t{params.clientSeconds} * 1000), bodyLimit(largestBody),
           log(logSize, std::move(sink)), gate(params.numThreads) {}
 
+    /// What HTML replies carry besides, or null where that is nothing.
+    const MessageHeader* addedToHtml() const {
+        return htmlHeader.entries().empty() ? nullptr : &htmlHeader;
+    }
+
     const PageTable& pages;
     const std::string realm;
     const std::int64_t idleMillis;   ///< until a connection between two requests is closed
@@ -28,6 +34,7 @@ struct ServerState {
     const std::uint64_t bodyLimit;   ///< bytes
     bool traceRequests = false;
     bool traceReplies = false;
+    MessageHeader htmlHeader; ///< see ThreadedWebServer
 
     LogLimiter log;
     PageGate gate;

@@ -16,8 +16,8 @@ ThreadedWebServer::~ThreadedWebServer() {
 void ThreadedWebServer::start(const std::string&, unsigned short port, const std::string& certFile,
                               const std::string& keyFile) {
     stop();
-    const Engine::Settings settings{realm,   threadParams,  bodyLimit,
-                                    logSize, traceRequests, traceReplies};
+    const Engine::Settings settings{realm,         threadParams, bodyLimit, logSize,
+                                    traceRequests, traceReplies, htmlHeader};
     auto prepared = std::make_unique<Engine>(pages, settings, port, certFile, keyFile);
     try {
         prepared->start();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/portico/MessageHeader.h"
 #include "platform/portico/SocketAddress.h"
 #include "platform/portico/WebServer.h"
 
@@ -53,6 +54,10 @@ public:
 
     /// Bytes of the largest request body; a larger one is answered 413.
     std::uint64_t bodyLimit = 64ull * 1024 * 1024;
+
+    /// Fields that replies of type "text/html" carry besides those that their pages set; where a
+    /// page sets one of the same name, that one stands. Other replies are as without it.
+    MessageHeader htmlHeader;
 
 private:
     class Engine;

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -135,6 +136,28 @@ TEST(ThreadedWebServerListen, lendsNoFileToChildProcesses) {
     }
     // Listening, accepted and the client's socket at least.
     EXPECT_GE(looked, 3);
+}
+
+TEST(ThreadedWebServerListen, addsTheHtmlHeaderToHtmlAlone) {
+    TestServer plain;
+    TestServer careful;
+    careful.server.htmlHeader.appendParam("X-Added", "yes");
+    for (TestServer* test : {&plain, &careful}) {
+        test->page("/html", [](const auto&, auto& reply) {
+            reply.header().setParam("Content-Type", "text/html");
+            reply.body() = "<p>";
+            return true;
+        });
+        test->page("/broken", [](const auto&, auto& reply) -> bool {
+            reply.header().setParam("Content-Type", "text/html");
+            throw std::runtime_error("broken");
+        });
+        RawClient client(test->start());
+        EXPECT_EQ(client.get("/html").header("X-Added"), test == &careful ? "yes" : "(absent)");
+        EXPECT_EQ(client.get("/hello").header("X-Added"), "(absent)");
+        EXPECT_EQ(client.get("/broken").header("X-Added"), "(absent)");
+        EXPECT_EQ(client.get("/unknown").header("X-Added"), "(absent)");
+    }
 }
 
 } // namespace

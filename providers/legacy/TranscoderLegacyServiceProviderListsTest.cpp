@@ -1,5 +1,6 @@
 #include "providers/legacy/TranscoderLegacyServiceProviderTest.h"
 
+#include "framework/PagePolicy.h"
 #include "platform/kestrel/SysInfo.h"
 
 #include <gtest/gtest.h>
@@ -175,6 +176,22 @@ TEST_F(LegacyListsTest, StatisticsPage) {
               "var myLine0 = new Chart(document.getElementById"
               "('canvas_jobstatus').getContext('2d')).Pie(data_jobstatus);\n"
               "</script></body></html>");
+}
+
+TEST_F(LegacyListsTest, StatisticsPageAllowsItsOwnScript) {
+    submit("u");
+    const std::string script = "\nvar data_jobstatus = [\n"
+                               "{value : 0,\ncolor : '#9ed800'},\n"
+                               "{value : 1,\ncolor : '#69D2E7'},\n"
+                               "{value : 0,\ncolor : '#F38630'}\n"
+                               "]\n"
+                               "var myLine0 = new Chart(document.getElementById"
+                               "('canvas_jobstatus').getContext('2d')).Pie(data_jobstatus);\n";
+    const Reply reply = get("/statistics");
+    EXPECT_NE(reply.body().find("<script>" + script + "</script>"), std::string::npos);
+    EXPECT_EQ(Support::headerOf(reply, "Content-Security-Policy"),
+              PagePolicy::withScript("https://cdn.jsdelivr.net/npm/chart.js@1.1.1/Chart.min.js",
+                                     script, "canvas {}"));
 }
 
 TEST_F(LegacyListsTest, FrontPage) {

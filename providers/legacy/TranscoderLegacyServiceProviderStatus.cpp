@@ -1,5 +1,7 @@
 #include "framework/JobFolder.h"
+#include "framework/PagePolicy.h"
 #include "host/OstrandService.h"
+#include "platform/portico/ProtocolHTTP.h"
 #include "providers/legacy/LegacyJobStore.h"
 #include "providers/legacy/PageAnswer.h"
 #include "providers/legacy/TranscoderLegacyServiceProvider.h"
@@ -9,9 +11,18 @@ namespace OstrandService {
 namespace {
 
 constexpr const char* chartLibrary = "https://cdn.jsdelivr.net/npm/chart.js@1.1.1/Chart.min.js";
+constexpr const char* chartStyle = "canvas {}";
 
 std::string slice(std::uint32_t value, const char* end) {
     return "{value : " + std::to_string(value) + ",\n" + end + "\n";
+}
+
+/// What stands between the tags of the page's own script.
+std::string chartScript(std::uint32_t finished, std::uint32_t open, std::uint32_t failed) {
+    return "\nvar data_jobstatus = [\n" + slice(finished, "color : '#9ed800'},") +
+           slice(open, "color : '#69D2E7'},") + slice(failed, "color : '#F38630'}") +
+           "]\nvar myLine0 = new Chart(document.getElementById"
+           "('canvas_jobstatus').getContext('2d')).Pie(data_jobstatus);\n";
 }
 
 } // namespace
@@ -23,21 +34,22 @@ bool TranscoderLegacyServiceProvider::handleStatistics(const Request& request, R
     const std::uint32_t finished = store.numJobsFinished();
     const std::uint32_t open = store.numJobsOpen();
     const std::uint32_t failed = store.numJobsFailed();
+    const std::string script = chartScript(finished, open, failed);
+    reply.header().setParam("Content-Security-Policy",
+                            PagePolicy::withScript(chartLibrary, script, chartStyle).c_str());
     answerPage(request, reply, "text/html",
                std::string("<html><header><script src=\"") + chartLibrary +
                    "\"></script><title>Transcoder - Statistics</title>"
-                   "<style>canvas {}</style>"
+                   "<style>" +
+                   chartStyle +
+                   "</style>"
                    "<meta viewport='initial-scale = 1, user-scalable = no'></meta></header><body>"
                    "<h1>Statistics</h1><h2>Job Status</h2>Number of Jobs: " +
                    std::to_string(store.maxJobId()) + "<ul><li>finished: " +
                    std::to_string(finished) + "</li><li>open: " + std::to_string(open) +
                    "</li><li>errors: " + std::to_string(failed) +
-                   "</li></ul><div id=\"container\"></div>\n<script>\nvar data_jobstatus = [\n" +
-                   slice(finished, "color : '#9ed800'},") + slice(open, "color : '#69D2E7'},") +
-                   slice(failed, "color : '#F38630'}") +
-                   "]\nvar myLine0 = new Chart(document.getElementById"
-                   "('canvas_jobstatus').getContext('2d')).Pie(data_jobstatus);\n</script>"
-                   "</body></html>");
+                   "</li></ul><div id=\"container\"></div>\n<script>" + script +
+                   "</script></body></html>");
     return true;
 }
 

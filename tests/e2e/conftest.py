@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import ssl
 import subprocess
 import tempfile
 
@@ -211,3 +212,9 @@ def certificate(all_folders):
          str(paths[0]), "-keyout", str(paths[1])],
         check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, env=dict(os.environ))
     return paths
+
+
+@pytest.fixture(scope="session")
+def context(certificate):
+    """TLS for a client that trusts this certificate alone."""
+    return ssl.create_default_context(cafile=str(certificate[0]))

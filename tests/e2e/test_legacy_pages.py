@@ -9,6 +9,7 @@ import socket
 import pytest
 
 from legacy import LegacyService
+from page_headers import HTML_HEADERS, statistics_headers
 from raw_http import ask, request
 from waiting import wait_for
 
@@ -41,6 +42,9 @@ def check(reply, body, kind, code=200):
                 "Content-Length": str(len(reply.content))}
     if kind is not None:
         expected["Content-Type"] = kind
+    if kind == "text/html":
+        expected.update(HTML_HEADERS if "<script" not in reply.text
+                        else statistics_headers(reply.text))
     assert headers == expected
 
 

@@ -12,11 +12,6 @@ from raw_http import Connection, ask, request
 from waiting import wait_for
 
 
-@pytest.fixture(scope="module")
-def context(certificate):
-    return ssl.create_default_context(cafile=str(certificate[0]))
-
-
 @pytest.fixture
 def secure(services, certificate):
     return services.start("--ssl", "--ssl-cert", certificate[0], "--ssl-key", certificate[1])
