@@ -2,6 +2,7 @@
 #include "host/ProviderName.h"
 #include "host/ServiceProviderRegistry.h"
 #include "platform/kestrel/Signal.h"
+#include "platform/kestrel/StandardFiles.h"
 #include "platform/kestrel/ToolProcess.h"
 
 #include <boost/program_options.hpp>
@@ -17,6 +18,13 @@ namespace {
 
 constexpr int success = 0;
 constexpr int failure = -1;
+
+/// What has to be done before the first thread, file or tool.
+void prepareProcess() {
+    Kestrel::openStandardFiles();
+    Kestrel::Signal::the.takeOver();
+    Kestrel::ToolProcess::raiseFileLimit();
+}
 
 void printBanner() {
     std::cout << "\n"
@@ -76,9 +84,7 @@ int serve(Host& host) {
 } // namespace
 
 int main(int argc, char** argv) {
-    Kestrel::Signal::the.takeOver();
-    Kestrel::ToolProcess::raiseFileLimit();
-
+    prepareProcess();
     printBanner();
     std::fprintf(stderr, "Providers\n");
     OstrandService::ServiceProviderRegistry::the().list();

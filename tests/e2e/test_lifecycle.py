@@ -337,6 +337,18 @@ def test_message_log_form(service):
         assert re.match(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z ", line), line
 
 
+@pytest.mark.parametrize("closed", ["<&-", "2>&-", "<&- 2>&-"])
+def test_without_standard_descriptors(services, closed):
+    """What is meant for standard error never gets into a file or connection of the service."""
+    service = services.start(prefix=["sh", "-c", 'exec "$0" "$@" %s' % closed])
+    job = service.run("put file text")
+    service.wait_done(job)
+    assert service.state(job) == "CLOSED"
+    service.stop()
+    for line in service.log().splitlines():
+        assert re.match(r"\d{4}-\d\d-\d\dT", line), line
+
+
 def test_stop_with_an_unreachable_hub_is_quick(services):
     service = services.start()
     begin = time.monotonic()
