@@ -2,7 +2,10 @@
 
 #include "platform/hub/RotatingFile.h"
 
+#include <chrono>
+#include <cstdio>
 #include <mutex>
+#include <optional>
 
 namespace OstrandService {
 
@@ -11,6 +14,9 @@ struct MessageLog::State {
 
     std::string path;                   ///< folder, as it was set
     std::unique_ptr<RotatingFile> file; ///< of `path`; null before its first line
+    std::optional<std::chrono::steady_clock::time_point> told; ///< when a lost line was told last
+
+    void write(const std::string& line);
 };
 
 namespace {
@@ -30,7 +36,23 @@ std::string onOneLine(const std::string& text) {
     return line;
 }
 
+constexpr std::chrono::minutes toldEvery{1};
+
 } // namespace
+
+/// With the mutex held.
+void MessageLog::State::write(const std::string& line) {
+    const std::string name = path + "/messages.log";
+    if (!file)
+        file = std::make_unique<RotatingFile>(name, ' ', "", RotatingFile::Limits());
+    if (file->write(line))
+        return;
+    const auto now = std::chrono::steady_clock::now();
+    if (told && now - *told < toldEvery)
+        return;
+    told = now;
+    std::fprintf(stderr, "cannot write the log %s: %s\n", name.c_str(), file->problem().c_str());
+}
 
 MessageLog::MessageLog() : state(std::make_unique<State>()) {}
 
@@ -48,6 +70,7 @@ void MessageLog::setLogPath(const std::string& path) {
         return;
     state.path = path;
     state.file.reset();
+    state.told.reset();
 }
 
 std::string MessageLog::getLogPath() {
@@ -60,13 +83,8 @@ void MessageLog::log(const std::string& text) {
     try {
         const std::string line = onOneLine(text);
         const std::lock_guard<std::mutex> guard(state->mutex);
-        if (state->path.empty())
-            return;
-        if (!state->file) {
-            state->file = std::make_unique<RotatingFile>(state->path + "/messages.log", ' ', "",
-                                                         RotatingFile::Limits());
-        }
-        state->file->write(line);
+        if (!state->path.empty())
+            state->write(line);
     } catch (...) {
         // Out of memory: nobody is there to be told, and no caller expects an exception.
     }

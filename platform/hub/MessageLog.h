@@ -9,8 +9,8 @@ namespace OstrandService {
 /// at 10 MiB, five old files kept.
 ///
 /// Any thread may log. Nothing is opened before the first line: the path may be set twice, and a
-/// start that ends early leaves no folder behind. A log that can't be opened is silent and is tried
-/// again at the next line.
+/// start that ends early leaves no folder behind. A log that can't be written loses the line and is
+/// tried again at the next; standard error tells it, once a minute at most.
 class MessageLog {
 public:
     /// The one instance, made on first use and never destroyed.

@@ -173,4 +173,16 @@ TEST(MessageLog, FileIsNotInheritedByTools) {
     EXPECT_EQ(found, 1U);
 }
 
+TEST(MessageLog, LostLinesAreToldOnStandardErrorOnce) {
+    const TestFolder folder;
+    MessageLog::setLogPath(folder.path("missing"));
+    testing::internal::CaptureStderr();
+    MessageLog::the()->log("x");
+    MessageLog::the()->log("x");
+    MessageLog::setLogPath("");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "cannot write the log " +
+                                                          folder.path("missing/messages.log") +
+                                                          ": No such file or directory\n");
+}
+
 } // namespace

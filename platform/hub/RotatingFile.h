@@ -9,7 +9,9 @@ namespace OstrandService {
 /// A text file of lines that grows to a limit and is then kept as NAME.1.EXT, NAME.2.EXT and so on.
 ///
 /// Opened at the first line and tried again at the next where that failed; a folder that is
-/// missing is not made. Used by one thread at a time. No operation throws.
+/// missing is not made. A file that somebody moves or removes meanwhile is begun anew at the next
+/// line, in a folder that is made again if it has gone too. Used by one thread at a time. No
+/// operation throws.
 class RotatingFile {
 public:
     /// How much is kept.
@@ -30,15 +32,20 @@ public:
     /// could not be written.
     bool write(const std::string& text);
 
+    /// Why the last write failed; empty if it did not.
+    const std::string& problem() const { return lastProblem; }
+
 private:
     struct Sink;
 
     void open();
+    void writeLine(const std::string& text);
 
     const std::string path;
     const char separator;
     const std::string header;
     const Limits limits;
+    std::string lastProblem;
     std::unique_ptr<Sink> sink; ///< null while the file is not open
 };
 

@@ -67,13 +67,32 @@ TEST(RotatingFile, MakesNoFolder) {
 TEST(RotatingFile, SurvivesTheLossOfItsFolder) {
     const TestFolder folder;
     std::filesystem::create_directory(folder.path("log"));
-    RotatingFile file(folder.path("log/f"), ' ', "", limits(100, 1));
+    RotatingFile file(folder.path("log/f"), ' ', "time,x", limits(100, 1));
     EXPECT_TRUE(file.write("x"));
     std::filesystem::remove_all(folder.path("log"));
-    // What is written until the file is full goes with it.
-    for (int i = 0; i < 20; ++i)
-        file.write("x");
-    EXPECT_TRUE(folder.has("log/f"));
+    EXPECT_TRUE(file.write("y"));
+    EXPECT_TRUE(startsWith(folder.read("log/f"), "time,x\n"));
+    EXPECT_NE(folder.read("log/f").find(" y\n"), std::string::npos);
+}
+
+TEST(RotatingFile, BeginsAnewWhenItsFileIsMovedAway) {
+    const TestFolder folder;
+    RotatingFile file(folder.path("f"), ' ', "", limits(1000, 1));
+    EXPECT_TRUE(file.write("before"));
+    std::filesystem::rename(folder.path("f"), folder.path("old"));
+    EXPECT_TRUE(file.write("after"));
+    EXPECT_EQ(folder.read("old").find("after"), std::string::npos);
+    EXPECT_NE(folder.read("f").find(" after\n"), std::string::npos);
+}
+
+TEST(RotatingFile, TellsWhyALineIsLost) {
+    const TestFolder folder;
+    RotatingFile file(folder.path("missing/f"), ' ', "", limits(100, 1));
+    EXPECT_FALSE(file.write("x"));
+    EXPECT_EQ(file.problem(), "No such file or directory");
+    std::filesystem::create_directory(folder.path("missing"));
+    EXPECT_TRUE(file.write("x"));
+    EXPECT_EQ(file.problem(), "");
 }
 
 TEST(RotatingFile, FullDiskIsNoExceptionAndWritingGoesOnAfterIt) {
@@ -94,6 +113,7 @@ TEST(RotatingFile, WritesToRegularFilesOnly) {
     std::filesystem::create_symlink("/dev/null", folder.path("f"));
     RotatingFile file(folder.path("f"), ' ', "", limits(100, 1));
     EXPECT_FALSE(file.write("x"));
+    EXPECT_EQ(file.problem(), "no regular file");
 }
 
 } // namespace
