@@ -11,6 +11,8 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdio>
+#include <unistd.h>
 #include <utility>
 
 namespace {
@@ -28,15 +30,23 @@ std::string storedIdentifier(const std::string& path) {
     return OstrandHub::isUuid(text) ? Config::lowerCase(text) : "";
 }
 
+/// A new identifier, kept in the file where that can be written. Jobs lie in a folder of its name,
+/// so whoever finds none of yesterday's has to learn why.
+std::string makeIdentifier(const std::string& path) {
+    if (::access(path.c_str(), F_OK) == 0)
+        std::fprintf(stderr, "service id made anew: no readable one in %s\n", path.c_str());
+    const std::string identifier = OstrandHub::randomUuid();
+    if (!OstrandHub::writeFileAtomically(path, identifier + "\n"))
+        std::fprintf(stderr, "service id not kept: cannot write %s\n", path.c_str());
+    return identifier;
+}
+
 /// The identifier of the service whose cache root this is; the file always holds the full one.
 std::string obtainIdentifier(const std::string& cacheRoot, bool shortId) {
     const std::string path = cacheRoot + "/.serviceid";
     std::string identifier = storedIdentifier(path);
-    if (identifier.empty()) {
-        identifier = OstrandHub::randomUuid();
-        // A root that can't be written is found, and told, by whoever makes the folders in it.
-        OstrandHub::writeFileAtomically(path, identifier + "\n");
-    }
+    if (identifier.empty())
+        identifier = makeIdentifier(path);
     return shortId ? identifier.substr(0, shortLength) : identifier;
 }
 

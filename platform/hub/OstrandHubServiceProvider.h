@@ -22,7 +22,8 @@ class OstrandHubServiceProvider : public Portico::Multicast {
 public:
     /// Makes the client and fixes the service's identifier, a random UUID in lower case that is
     /// kept in the file ".serviceid" in `cacheRoot`, so that a restart has it again; where the file
-    /// can't be written it lasts as long as the object. `hubGroup` stands in the deregistration.
+    /// can't be written it lasts as long as the object. Standard error tells that, and that a file
+    /// without one was replaced. `hubGroup` stands in the deregistration.
     /// With `shortId` getUUID() gives the first 8 characters.
     OstrandHubServiceProvider(const std::string& cacheRoot, const std::string& hubGroup,
                               bool shortId);

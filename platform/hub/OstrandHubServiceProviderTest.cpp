@@ -55,6 +55,23 @@ TEST(HubIdentifier, FileWithoutAUuidIsReplaced) {
     }
 }
 
+TEST(HubIdentifier, WhatAnOperatorMustKnowIsToldOnStandardError) {
+    const TestFolder root;
+    testing::internal::CaptureStderr();
+    identifier(root.path());
+    identifier(root.path());
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    root.write(".serviceid", "abc");
+    testing::internal::CaptureStderr();
+    identifier(root.path());
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "service id made anew: no readable one in " + root.path(".serviceid") + "\n");
+    testing::internal::CaptureStderr();
+    identifier(root.path("missing"));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "service id not kept: cannot write " + root.path("missing/.serviceid") + "\n");
+}
+
 TEST(HubIdentifier, FifoInItsPlaceIsReplaced) {
     const TestFolder root;
     ASSERT_EQ(::mkfifo(root.path(".serviceid").c_str(), 0600), 0);
