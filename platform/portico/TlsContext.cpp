@@ -2,7 +2,9 @@
 
 #include "platform/portico/ThreadedWebServer.h"
 
+#include <memory>
 #include <openssl/ssl.h>
+#include <string>
 
 namespace Portico {
 
@@ -10,20 +12,29 @@ namespace ssl = boost::asio::ssl;
 
 namespace {
 
-int refusePassword(char*, int, int, void*) {
-    return -1;
+[[noreturn]] void refuse(const char* what, const std::string& file, const std::string& reason) {
+    throw ListenError(std::string("cannot use ") + what + " " + file + ": " + reason);
 }
 
-void check(const boost::system::error_code& failure, const char* what, const std::string& file) {
-    if (failure)
-        throw ListenError(std::string("cannot use ") + what + " " + file + ": " +
-                          failure.message());
+/// Answers for the person whom the library would ask for the password of an encrypted file. The
+/// result tells whether it was asked.
+std::shared_ptr<bool> refusePassword(ssl::context& context) {
+    const auto asked = std::make_shared<bool>(false);
+    context.set_password_callback([asked](std::size_t, ssl::context::password_purpose) {
+        *asked = true;
+        return std::string();
+    });
+    return asked;
 }
 
 } // namespace
 
 std::unique_ptr<ssl::context> makeTlsContext(const std::string& certFile,
                                              const std::string& keyFile) {
+    if (keyFile.empty())
+        refuse("certificate", certFile, "no key is given");
+    if (certFile.empty())
+        refuse("key", keyFile, "no certificate is given");
     auto context = std::make_unique<ssl::context>(ssl::context::tls_server);
     SSL_CTX* const handle = context->native_handle();
     SSL_CTX_set_min_proto_version(handle, TLS1_2_VERSION);
@@ -31,13 +42,15 @@ std::unique_ptr<ssl::context> makeTlsContext(const std::string& certFile,
     SSL_CTX_set_options(handle, SSL_OP_NO_RENEGOTIATION | SSL_OP_NO_COMPRESSION |
                                     SSL_OP_IGNORE_UNEXPECTED_EOF);
     SSL_CTX_set_mode(handle, SSL_MODE_RELEASE_BUFFERS);
-    SSL_CTX_set_default_passwd_cb(handle, refusePassword);
 
+    const std::shared_ptr<bool> isEncrypted = refusePassword(*context);
     boost::system::error_code failure;
     context->use_certificate_chain_file(certFile, failure);
-    check(failure, "certificate", certFile);
+    if (failure)
+        refuse("certificate", certFile, failure.message());
     context->use_private_key_file(keyFile, ssl::context::pem, failure);
-    check(failure, "key", keyFile);
+    if (failure)
+        refuse("key", keyFile, *isEncrypted ? "it is encrypted" : failure.message());
     return context;
 }
 
