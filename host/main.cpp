@@ -10,6 +10,7 @@
 #include <exception>
 #include <iostream>
 #include <string>
+#include <system_error>
 
 namespace po = boost::program_options;
 using Host = OstrandService::OstrandService;
@@ -19,11 +20,18 @@ namespace {
 constexpr int success = 0;
 constexpr int failure = -1;
 
-/// What has to be done before the first thread, file or tool.
-void prepareProcess() {
+/// What has to be done before the first thread, file or tool. False, reported, where the system has
+/// no thread left.
+bool prepareProcess() {
     Kestrel::openStandardFiles();
-    Kestrel::Signal::the.takeOver();
+    try {
+        Kestrel::Signal::the.takeOver();
+    } catch (const std::system_error& error) {
+        std::cerr << "cannot start a thread: " << error.what() << std::endl;
+        return false;
+    }
     Kestrel::ToolProcess::raiseFileLimit();
+    return true;
 }
 
 void printBanner() {
@@ -84,7 +92,8 @@ int serve(Host& host) {
 } // namespace
 
 int main(int argc, char** argv) {
-    prepareProcess();
+    if (!prepareProcess())
+        return failure;
     printBanner();
     std::fprintf(stderr, "Providers\n");
     OstrandService::ServiceProviderRegistry::the().list();

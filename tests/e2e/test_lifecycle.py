@@ -11,7 +11,7 @@ import time
 import pytest
 
 from raw_http import Connection, request
-from service import BUILD, run_program
+from service import BUILD, run_program, sanitizer
 from waiting import stays, wait_for
 
 BASE_MESSAGE = ("Error: cannot create base cache folders in this directory. Please use the command "
@@ -229,6 +229,16 @@ def test_port_that_is_not_permitted(folder):
         result = run_program(arguments[1:], folder)
     assert result.returncode == 255
     assert re.search(r"^cannot listen on port %d: \S" % port, result.stderr, re.MULTILINE)
+
+
+@pytest.mark.skipif(sanitizer() != "", reason="a sanitizer needs the memory that this test takes away")
+def test_not_one_thread(services):
+    # Each thread would get more stack than there is memory.
+    service = services.make(prefix=["prlimit", "--as=%d" % 2**30, "--stack=%d" % 2**31])
+    service.launch()
+    assert service.wait_for_end() == 255
+    assert service.stderr().endswith("\ncannot start a thread: Resource temporarily unavailable\n")
+    assert service.stdout() == ""
 
 
 def test_secure_server_without_a_certificate(services):
