@@ -67,10 +67,10 @@ struct RotatingFile::Sink {
             pattern, spdlog::pattern_time_type::utc, "\n"));
     }
 
-    /// True if `path` is not the open file any more.
-    bool isCutOff(const std::string& path) const {
+    /// True if `name` is not the open file any more.
+    bool isCutOff(const std::string& name) const {
         struct stat status {};
-        return ::stat(path.c_str(), &status) != 0 || status.st_dev != opened.device ||
+        return ::stat(name.c_str(), &status) != 0 || status.st_dev != opened.device ||
                status.st_ino != opened.number;
     }
 
