@@ -44,6 +44,7 @@ public:
     std::string commandLine;     ///< what the job list shows of the run
     LegacyJobState state = LegacyJobStates::open;
     std::uint32_t generation = 0; ///< of the store at the time of entry; see LegacyJobStore
+    std::uint32_t admissions = 0; ///< times that it was taken in; the same
 };
 
 /// Name of a job's main result: "index." and the extension of its output format.

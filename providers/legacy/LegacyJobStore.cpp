@@ -61,7 +61,9 @@ JobRecord* LegacyJobStore::find(std::uint32_t id) {
 
 JobRecord* LegacyJobStore::findCurrent(const JobRecord& taken) {
     const auto found = records.find(taken.getUid());
-    return taken.generation == generation && found != records.end() ? &found->second : nullptr;
+    if (taken.generation != generation || found == records.end())
+        return nullptr;
+    return taken.admissions == found->second.admissions ? &found->second : nullptr;
 }
 
 // The log has a disk of its own, which may be slow: nothing is logged with the lock held.
@@ -95,6 +97,7 @@ std::pair<std::uint32_t, bool> LegacyJobStore::admit(const JobRecord& record,
         throw;
     }
     ++numJobs;
+    ++stored.admissions;
     stored.addedTime = state.stopWatch.read();
     stored.commandLine = "Not Run Yet";
     return {stored.id, true};
@@ -199,9 +202,9 @@ void LegacyJobStore::addTiming(const JobRecord& taken, const JobRecord::Timing& 
         record->timings.push_back(timing);
 }
 
-void LegacyJobStore::clearPartial(const JobRecord& taken, const std::string& folder) const {
+void LegacyJobStore::clearPartial(const JobRecord& taken, const std::string& folder) {
     const Guard guard(mutex);
-    if (taken.generation == generation)
+    if (findCurrent(taken))
         JobFolder::clearPartial(folder);
 }
 

@@ -24,7 +24,9 @@ struct LegacyState;
 /// record is answered as a job in state 8, and a change to it is dropped.
 ///
 /// clear() begins a new generation. What a worker then still tells of a record of the old one is
-/// dropped: its id, uid and folder may by now be another job's.
+/// dropped: its id, uid and folder may by now be another job's. So it is with a job that came back:
+/// a client may send it again as soon as its state tells of the end, before the worker that ran it
+/// is done with it.
 class LegacyJobStore {
 public:
     /// `settings` outlives the store.
@@ -69,7 +71,7 @@ public:
     void addTiming(std::uint32_t id, const JobRecord::Timing& timing);
 
     /// Changes of a job that a worker has taken; dropped where the record is of an older
-    /// generation.
+    /// generation, or of a time before the job came back.
     void setCommandLine(const JobRecord& taken, const std::string& text);
     void addTiming(const JobRecord& taken, const JobRecord::Timing& timing);
     /// Also keeps the counters and ".status".
@@ -77,7 +79,7 @@ public:
     /// Writes the times of the record to the file `path`.
     void writeTimings(const JobRecord& taken, const std::string& path) const;
     /// Removes ".partial" from `folder`.
-    void clearPartial(const JobRecord& taken, const std::string& folder) const;
+    void clearPartial(const JobRecord& taken, const std::string& folder);
 
     std::uint32_t maxJobId() const; ///< highest id in use; 0 where there is none
     std::uint32_t numJobsTotal() const;

@@ -375,5 +375,26 @@ TEST_F(LegacyJobStoreTest, ClearForgetsAllAndDropsWhatOldWorkersTell) {
     EXPECT_FALSE(fs::exists(folder.path("1/.timings")));
 }
 
+TEST_F(LegacyJobStoreTest, JobThatCameBackKeepsItsMarkerFromTheWorkerThatRanItBefore) {
+    submit("r");
+    const auto first = store.takeNextOpenJob();
+    ASSERT_TRUE(first);
+    store.setJobState(first->record, LegacyJobStates::error);
+    ASSERT_EQ(submit("r"), 1u);
+    store.clearPartial(first->record, folder.path("1"));
+    store.setJobState(first->record, LegacyJobStates::closed);
+    store.setCommandLine(first->record, "old");
+    EXPECT_TRUE(fs::exists(folder.path("1/.partial")));
+    EXPECT_EQ(store.getJobState("r"), LegacyJobStates::open);
+    EXPECT_EQ(store.getCommandLine("r"), "Not Run Yet");
+
+    const auto second = store.takeNextOpenJob();
+    ASSERT_TRUE(second);
+    store.setJobState(second->record, LegacyJobStates::closed);
+    store.clearPartial(second->record, folder.path("1"));
+    EXPECT_FALSE(fs::exists(folder.path("1/.partial")));
+    EXPECT_EQ(store.numJobsFinished(), 2u);
+}
+
 } // namespace
 } // namespace OstrandService
