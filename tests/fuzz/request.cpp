@@ -16,14 +16,28 @@ using Portico::RequestReader;
 
 constexpr std::uint64_t largestBody = 4096; ///< bytes
 
-/// What every page relies on.
-void checkRequest(Portico::ProtocolHTTP::Request& request) {
+/// The request for the log: a line for each field, whatever is in them.
+std::string logged(const Portico::ProtocolHTTP::Request& request) {
+    std::ostringstream out;
+    out << request;
+    const std::string text = out.str();
+    const auto isControl = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; };
+    Fuzz::require(std::count_if(text.begin(), text.end(), isControl) ==
+                  static_cast<std::ptrdiff_t>(request.header().entries().size()));
+    return text;
+}
+
+/// What every page relies on. Gives all that the request holds.
+std::string checkRequest(Portico::ProtocolHTTP::Request& request) {
     Fuzz::require(!request.method.empty() && request.uri.front() == '/');
     Fuzz::require(request.body().size() <= largestBody);
+    std::string all = logged(request) + "\n";
     for (const auto& [name, value] : request.header().entries()) {
         Fuzz::require(!name.empty() && name.find_first_of(": \t") == std::string::npos);
         Fuzz::require(value.find_first_of(std::string_view("\r\n\0", 3)) == std::string::npos);
+        all += value + "\n";
     }
+    return all + request.body() + "\n";
 }
 
 /// Everything that a page could see of the requests in `text`, and where reading ended.
@@ -39,8 +53,7 @@ std::string readAll(std::string_view text, std::size_t piece) {
         case RequestReader::Step::SendContinue:
             break;
         case RequestReader::Step::Complete:
-            checkRequest(reader->request());
-            seen << reader->request() << "\n" << reader->request().body() << "\n";
+            seen << checkRequest(reader->request());
             reader = std::make_unique<RequestReader>(largestBody);
             break;
         case RequestReader::Step::NeedMore: {
