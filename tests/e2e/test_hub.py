@@ -123,9 +123,9 @@ def test_renewal(services):
         texts = hub.wait_for(4)
         assert len(set(texts)) == 1
         times = [entry[4] for entry in hub.received]
-        gaps = [after - before for before, after in zip(times, times[1:])]
-        # Not before its time; later only if the machine is busy.
-        assert all(gap > 0.9 for gap in gaps), gaps
+        # Three renewals take three seconds. On a busy machine the first message may be seen late, and
+        # the next ones are then closer to it.
+        assert times[3] - times[0] > 2.5, times
         service.stop()
         assert json.loads(hub.received[-1][3]) == removal(service)
 
