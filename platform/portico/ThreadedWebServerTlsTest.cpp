@@ -18,7 +18,9 @@ using Support::TestServer;
 /// A client over TLS that trusts the server's certificate file alone.
 class TlsClient : public RawClient {
 public:
-    TlsClient(unsigned short port, const std::string& certFile, int newest = TLS1_3_VERSION)
+    /// `ciphers` and `groups` are what it offers, or empty for all that it can.
+    TlsClient(unsigned short port, const std::string& certFile, int newest = TLS1_3_VERSION,
+              const std::string& ciphers = "", const std::string& groups = "")
         : RawClient(port), context(SSL_CTX_new(TLS_client_method()), &SSL_CTX_free),
           session(nullptr, &SSL_free) {
         SSL_CTX_load_verify_locations(context.get(), certFile.c_str(), nullptr);
@@ -26,6 +28,10 @@ public:
         SSL_CTX_set_min_proto_version(context.get(), TLS1_VERSION);
         SSL_CTX_set_max_proto_version(context.get(), newest);
         SSL_CTX_set_security_level(context.get(), 0);
+        if (!ciphers.empty())
+            SSL_CTX_set_cipher_list(context.get(), ciphers.c_str());
+        if (!groups.empty())
+            SSL_CTX_set1_groups_list(context.get(), groups.c_str());
         SSL_CTX_set_options(context.get(), SSL_OP_IGNORE_UNEXPECTED_EOF);
         session.reset(SSL_new(context.get()));
         SSL_set_fd(session.get(), handle());
@@ -36,6 +42,8 @@ public:
         return text.empty() ||
                SSL_write(session.get(), text.data(), static_cast<int>(text.size())) > 0;
     }
+
+    std::string cipher() const { return SSL_get_cipher_name(session.get()); }
 
     bool connected = false;
 
@@ -102,6 +110,38 @@ TEST_F(ThreadedWebServerTls, takesNothingOlderThan12) {
     TlsClient client(port, certFile, TLS1_2_VERSION);
     EXPECT_TRUE(client.connected);
     EXPECT_EQ(client.get("/hello").body, "hello");
+}
+
+TEST_F(ThreadedWebServerTls, takesStrongCiphersAlone) {
+    const unsigned short port = test.start(certFile, keyFile);
+    for (const char* weak :
+         {"AES128-GCM-SHA256", "AES256-GCM-SHA384", "AES128-SHA", "AES256-SHA256",
+          "ECDHE-ECDSA-AES128-SHA", "ECDHE-ECDSA-AES256-SHA384", "ECDHE-ECDSA-AES128-CCM"})
+        EXPECT_FALSE(TlsClient(port, certFile, TLS1_2_VERSION, weak).connected) << weak;
+    for (const char* strong : {"ECDHE-ECDSA-AES128-GCM-SHA256", "ECDHE-ECDSA-AES256-GCM-SHA384",
+                               "ECDHE-ECDSA-CHACHA20-POLY1305"})
+        EXPECT_TRUE(TlsClient(port, certFile, TLS1_2_VERSION, strong).connected) << strong;
+}
+
+TEST_F(ThreadedWebServerTls, choosesTheCipherItself) {
+    const unsigned short port = test.start(certFile, keyFile);
+    const std::string costly = "ECDHE-ECDSA-AES256-GCM-SHA384";
+    const std::string cheap = "ECDHE-ECDSA-AES128-GCM-SHA256";
+    const std::string soft = "ECDHE-ECDSA-CHACHA20-POLY1305";
+    for (const std::string& offer :
+         {costly + ":" + cheap, cheap + ":" + costly, costly + ":" + soft + ":" + cheap})
+        EXPECT_EQ(TlsClient(port, certFile, TLS1_2_VERSION, offer).cipher(), cheap) << offer;
+    // Whoever names it first computes it faster.
+    EXPECT_EQ(TlsClient(port, certFile, TLS1_2_VERSION, soft + ":" + cheap).cipher(), soft);
+    EXPECT_EQ(TlsClient(port, certFile).cipher(), "TLS_AES_128_GCM_SHA256");
+}
+
+TEST_F(ThreadedWebServerTls, agreesOnStrongKeysAlone) {
+    const unsigned short port = test.start(certFile, keyFile);
+    for (const char* good : {"X25519", "P-256", "P-384"})
+        EXPECT_TRUE(TlsClient(port, certFile, TLS1_3_VERSION, "", good).connected) << good;
+    for (const char* other : {"P-521", "X448", "ffdhe2048"})
+        EXPECT_FALSE(TlsClient(port, certFile, TLS1_3_VERSION, "", other).connected) << other;
 }
 
 TEST_F(ThreadedWebServerTls, closesPlainConnectionsOnly) {

@@ -1,6 +1,7 @@
 #include "platform/portico/TlsConnection.h"
 
 #include <boost/asio/error.hpp>
+#include <openssl/ssl.h>
 #include <utility>
 
 namespace Portico {
@@ -10,6 +11,9 @@ TlsConnection::TlsConnection(Socket accepted, boost::asio::ssl::context& context
     : Connection(ownCore, ownList, ownServer), channel(std::move(accepted), context) {}
 
 TlsConnection::~TlsConnection() {
+    // The library forgets the session of a connection without farewells. Idle ones end so, and a
+    // client that comes back is to find its session; after an alert it is forgotten all the same.
+    SSL_set_shutdown(channel.native_handle(), SSL_SENT_SHUTDOWN | SSL_RECEIVED_SHUTDOWN);
     finish();
 }
 
