@@ -1,5 +1,4 @@
-"""Ways to run a program that is not listed, against the whole service: a program that is not listed
-leaves a mark when it runs, so that a test can tell that it did not."""
+"""Ways to run a program that is not listed, against the whole transcoder."""
 
 import itertools
 import json
@@ -8,80 +7,8 @@ import shlex
 
 import pytest
 
-from legacy import LegacyService
-from render import RenderService, entry
+from marks import META, REFUSED, ZERO, Stand
 from service import job_id
-
-ZERO = "\0"
-
-
-class Stand:
-    """A transcoder with programs of its own on its PATH: `tool` writes down its arguments, `evil`
-    and all else that is called like it leave a mark."""
-
-    def __init__(self, services, listed=("tool", "plant"), start=True, path=None, **settings):
-        self.services = services
-        self.root = services.folder
-        self.marks = self.root / "marks"
-        self.bin = self.root / "bin"
-        self.marks.mkdir(exist_ok=True)
-        self.program(self.bin / "tool", "printf '%s\\n' \"$@\" >>tool.ran")
-        # plant NAME...: programs of these names in the job's folder, which leave a mark.
-        self.program(self.bin / "plant", "for name; do\n"
-                     "  mkdir -p \"$(dirname \"$name\")\"\n"
-                     "  cp %s/bin/evil \"$name\"\ndone" % self.root)
-        self.program(self.bin / "evil")
-        settings.setdefault("config", {"commandWhitelist": list(listed)})
-        self.service = services.make(
-            environment={"PATH": path or "%s:/usr/bin:/bin" % self.bin}, **settings)
-        self.program(self.service.run_folder / "evil")
-        self.program(self.service.run_folder / "sub" / "evil")
-        if start:
-            self.service.start()
-
-    def program(self, path, text=None):
-        """A script; without a text one that leaves its own name among the marks."""
-        path.parent.mkdir(parents=True, exist_ok=True)
-        mark = ": >%s/$(echo \"$0\" | tr / _)" % self.marks
-        path.write_text("#!/bin/sh\n%s\n" % (mark if text is None else text))
-        path.chmod(0o755)
-
-    def marked(self):
-        return sorted(path.name for path in self.marks.iterdir())
-
-    def codes(self, lines):
-        """The code for a batch of each of the lines alone, all submitted in one request."""
-        batch = [{"commands": [line], "uid": "line %d" % number}
-                 for number, line in enumerate(lines)]
-        reply = self.service.submit(batch)
-        assert reply.status_code == 200
-        return [code for code, _ in reply.json()]
-
-    def reopen(self, identifier):
-        """Makes an ended job one that waits, while the service does not run."""
-        folder = self.service.job_folder(identifier)
-        (folder / ".status").write_text('{ "status" : 0 }\n')
-        (folder / ".partial").touch()
-
-    def arguments(self, identifier):
-        """What `tool` was called with in the job's folder, a line each."""
-        path = self.service.job_folder(identifier) / "tool.ran"
-        return path.read_text().splitlines() if path.exists() else []
-
-
-# Of these each would run `evil`, or a mark-leaving program called otherwise, if it were taken.
-REFUSED = [
-    "evil", "./evil", "../run/evil", "sub/evil", "./sub/evil", "sub/../evil", "sub//evil",
-    "'evil'", "\"evil\"", "e\"vi\"l", "''evil", "\\evil", "ev\\il", " evil", "\tevil", "\nevil",
-    "\r\nevil x", "evil\ttool", "'' tool", "'tool", "tool \\", "tool' evil", "env tool", "env evil",
-    "sh -c evil", "/bin/sh -c evil", "A=b evil", "PATH=. tool", "exec evil", "evil;tool",
-    "tool;evil", "tool|evil", "tool&evil", "tool&&evil", "tool>x", "$(evil)", "`evil`", "$IFS$evil",
-    "tool\vevil", "tool\fevil", "tool\u00a0evil", "tool\u200b", "\ufefftool", "tool\u2028evil",
-    "tool" + ZERO, "tool" + ZERO + "evil", "evil" + ZERO + "tool", "./tool", "../bin/tool",
-    "tool/", "tool/../evil", "TOOL", "Tool", "tool.exe", "tool2", "too", "plan", "*", "t*", "?ool",
-    ".\\evil", "C:\\evil", "evil.exe", "/proc/self/exe", "/proc/self/cwd/evil", "~/evil", ".", "..",
-    "/", "-", "--", "tool\\ x", "'tool x'", "\\\ntool",
-]
 
 
 def test_unlisted_programs_do_not_run(services):
@@ -381,15 +308,6 @@ def test_known_job_takes_no_new_commands(services):
     assert stand.marked() == []
 
 
-META = [
-    '{"commands":["evil"],"uid":"u"}', '{"commands":["tool a","evil"],"uid":"u"}',
-    '{"commands":["./evil"],"uid":"u"}', '{"commands":["tool\\u0000evil"],"uid":"u"}',
-    '{"commands":["tool a"],"environment":{"PATH":"."},"uid":"u"}',
-    '{"commands":["tool a"],"commands":["evil"],"uid":"u"}', '{"commands":["tool a"],"uid":"u"',
-    '[{"commands":["tool a"],"uid":"u"}]', '{"commands":["tool a"],"uid":""}',
-]
-
-
 @pytest.mark.parametrize("text", META)
 def test_description_altered_on_the_disk(services, text):
     stand = Stand(services)
@@ -408,134 +326,4 @@ def test_description_altered_on_the_disk(services, text):
     # Its uid is free again, for a job of its own.
     assert service.submit({"commands": ["evil"], "uid": "u"}).status_code == 400
     service.wait_done(service.run("tool c", uid="u"))
-    assert stand.marked() == []
-
-
-# The other providers.
-
-
-def legacy_stand(services, **settings):
-    stand = Stand(services, kind=LegacyService, config=None, start=False, **settings)
-    stand.program(stand.bin / "fettle", "printf '%s\\n' \"$@\" >>tool.ran")
-    stand.service.start()
-    return stand
-
-
-def test_legacy_batches(services):
-    stand = legacy_stand(services)
-    service = stand.service
-    lines = [line.replace("tool", "fettle") for line in REFUSED if line != "tool.exe"]
-    lines += ["fettle.exe.exe", "plant", "tool", "glimt.exe"]
-    for number, line in enumerate(lines):
-        reply = service.post("/job/add", {"commands": [line], "uid": "line %d" % number})
-        assert reply.status_code == 400, line
-        reply = service.post("/job", {"commands": ["fettle x", line], "uid": "pair %d" % number})
-        assert reply.status_code == 400, line
-    assert service.jobs()["jobs"] == {}
-    job = service.add({"commands": ["fettle ; evil", "fettle.exe $(evil)"], "uid": "u"})
-    service.wait_done(job)
-    assert stand.arguments(job) == [";", "evil", "$(evil)"]
-    assert stand.marked() == []
-
-
-def test_legacy_forms_hold_no_commands(services):
-    stand = legacy_stand(services)
-    service = stand.service
-    for query in ("commands=evil", "commands=[%22evil%22]", "uid=u&commands=evil"):
-        assert service.submit_form(query).code == 400
-    query = "resource=m.obj&commands=evil&exe=evil&uid=%0A&environment=PATH"
-    assert service.submit_form(query).code == 202
-    service.wait_done(1)
-    assert stand.arguments(1)[:2] == ["-i", "m.obj"]
-    assert stand.marked() == []
-
-
-@pytest.mark.parametrize("keys", [
-    {"resource": "m.obj; evil"}, {"resource": "$(evil)"}, {"resource": "`evil`"},
-    {"resource": "m\nevil", "uid": "u"}, {"resource": "' evil '"}, {"resource": "-x evil"},
-    {"resource": "a\\\\b' evil", "uid": "u"}, {"resource": "m", "suffix": ";evil"},
-    {"resource": "m", "suffix": "$(evil)"}, {"resource": "m", "ops": "evil,;evil,reuse"},
-    {"resource": "m", "options": "evil,$(evil)"},
-    {"resource": "m", "annotations": [["-x", "|evil"]]},
-    {"resource": "m", "annotations": [["a", "b\u00a0evil"]]}, {"resource": "m", "uid": "$(evil)"},
-])
-def test_legacy_texts_stay_the_words_that_they_are(services, keys):
-    stand = legacy_stand(services)
-    service = stand.service
-    job = service.add(keys)
-    service.wait_done(job)
-    assert service.state(job) == "CLOSED"
-    suffix = ":" + keys["suffix"] if "suffix" in keys else ""
-    words = ["-i", keys["resource"].replace("\\\\", "\\") + suffix, "-J", "statistics.html"]
-    for name, value in keys.get("annotations", []):
-        words += ["-C", "%s:MetadataString:%s" % (name, value)]
-    words += ["-u"] if "reuse" in keys.get("ops", "") else []
-    words += ["--x3d", "index.x3d"]
-    assert stand.arguments(job) == "\n".join(words).split("\n")
-    assert stand.marked() == []
-
-
-@pytest.mark.parametrize("keys", [
-    {"resource": "m\" evil \""}, {"resource": "m\\"}, {"resource": "m\"\nevil\""},
-    {"resource": "m", "suffix": "x evil"}, {"resource": "m", "suffix": "x\tevil", "uid": "u"},
-    {"resource": "m", "suffix": "x\nevil", "uid": "u"}, {"resource": "m", "suffix": "'"},
-    {"resource": "m", "suffix": "\""}, {"resource": "m", "suffix": "\\"},
-    {"resource": "m", "annotations": [["a", "b evil"]]},
-    {"resource": "m", "annotations": [["a\tevil", "b"]], "uid": "u"},
-    {"resource": "m", "annotations": [["a", "\""]]},
-    {"resource": "m", "annotations": [["\\", "b"]]},
-    {"resource": "m", "annotations": [["a", "b" + ZERO]], "uid": "u"},
-])
-def test_legacy_texts_that_would_become_words_are_refused(services, keys):
-    stand = legacy_stand(services)
-    assert stand.service.post("/job/add", keys).status_code == 400
-    assert stand.service.jobs()["jobs"] == {}
-
-
-def test_legacy_resource_with_a_zero_byte_is_no_start(services):
-    stand = legacy_stand(services)
-    job = stand.service.add({"resource": "m" + ZERO + "\nevil", "uid": "u"})
-    stand.service.wait_done(job)
-    assert (stand.service.state(job), stand.arguments(job)) == ("ERROR", [])
-
-
-@pytest.mark.parametrize("text", [text.replace("tool", "fettle") for text in META])
-def test_legacy_description_altered_on_the_disk(services, text):
-    """Old jobs are not taken up again, but for those behind one that comes back."""
-    stand = legacy_stand(services)
-    service = stand.service
-    first = service.add({"commands": ["fettle first", "glimt"], "uid": "first"})
-    jobs = [service.add({"commands": ["fettle a"], "uid": uid}) for uid in "uv"]
-    service.wait_done(first, *jobs)
-    assert service.state(first) == "ERROR"
-    service.stop()
-    for job in jobs:
-        (service.job_folder(job) / ".status").write_text('{ "status" : 0}\n')
-    (service.job_folder(jobs[0]) / ".meta").write_text(text)
-    service.restart()
-    service.add({"commands": ["fettle first", "glimt"], "uid": "first"})
-    service.wait_done(first, jobs[1], runs=2)
-    assert stand.arguments(jobs[1]) == ["a", "a"]
-    assert (stand.arguments(jobs[0]), service.state(jobs[0])) == (["a"], "INVALID")
-    assert service.post("/job/add", {"commands": ["evil"], "uid": "u"}).status_code == 400
-    assert stand.marked() == []
-
-
-def test_render_jobs_bring_no_program(services):
-    stand = Stand(services, kind=RenderService, start=False, config={"renderer": [
-        entry(2, exe="tool own", outputs=["picture"], **{"class": "evil"})]})
-    service = stand.service
-    service.start()
-    for keys in ({"class": "opengl"}, {"class": "evil;evil"}, {"class": "evil" + ZERO},
-                 {"class": "evil", "output": "$(evil)"}, {"class": "evil", "output": "picture "}):
-        assert service.submit(keys).status_code == 503, keys
-    assert service.submit({"class": ["evil"]}).status_code == 400
-    keys = {"class": "evil", "output": "picture", "exe": "evil", "app": "evil", "addOpt": "evil",
-            "commands": ["evil"], "environment": {"PATH": ".", "LD_PRELOAD": "x"},
-            "slot": {"exe": "evil"}, "uid": "u", "id": 1}
-    assert service.submit(keys).status_code == 200
-    service.wait_state(0, "CLOSED")
-    # The application's own command line alone, whatever the job's texts.
-    assert stand.arguments(0) == ["own"]
-    assert service.console(0) == ""
     assert stand.marked() == []
