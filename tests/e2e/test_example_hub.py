@@ -102,6 +102,24 @@ def test_multicast(services, folder):
         wait_for(lambda: not hub.providers(), "the removal")
 
 
+def test_machine_without_multicast(services, folder):
+    """127.0.0.9 is the address of no interface, as on a machine without a network."""
+    with running(folder, "--interface", "127.0.0.9", "--mport", closed_port()) as hub:
+        assert "hub receives no multicast on 224.21.12.68:" in hub.text()
+        services.start(hub=hub.address)
+        wait_for(hub.providers, "the direct registration")
+
+
+def test_port_in_use(folder):
+    with running(folder, "--mport", 0) as hub:
+        result = subprocess.run([str(HUB), "--host", "127.0.0.1", "--port",
+                                 hub.address.split(":")[1], "--mport", "0"],
+                                stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+                                check=False, timeout=60)
+    assert result.returncode == 1
+    assert result.stderr == "hub: cannot listen on %s: Address already in use\n" % hub.address
+
+
 def test_provider_that_died_is_not_listed(services, folder):
     with running(folder, "--mport", 0) as hub:
         first = services.start(hub=hub.address, provider_id="first")
