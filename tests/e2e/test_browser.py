@@ -205,3 +205,26 @@ def test_statistics_draw_where_there_is_a_canvas(services, browser, listener):
     with Proxy(service, change=change) as bare, browser.open(address(bare, "/statistics")) as tab:
         listener.wait_for(everything)
         wait_for(lambda: inside <= tab.ran(), lambda: "what ran: %s" % tab.ran())
+
+
+def test_results_run_their_scripts(services, browser, listener):
+    """A viewer in a result has to work, also for who comes from a link or is sent by an answer."""
+    service = services.make(kind=LegacyService)
+    service.options += ["--delivery_service", "http://127.0.0.1:%d" % (service.port + 1)]
+    service.start()
+    page = add(service, "<a href='http://127.0.0.1:%d/1/index.html'>there</a>" % (service.port + 1))
+    form = "resource=model&format=html&reply=redirect"
+    assert service.submit_form(form).code == 302
+    service.wait_done(2)
+    content = "<script>%s</script>" % listener.code("result")
+    for number in (1, 2):
+        (service.job_folder(number) / "index.html").write_text(content)
+    with browser.open(address(service, page)) as tab:
+        tab.click("a").wait_loaded(2)
+        assert tab.url().endswith("/1/index.html")
+        listener.wait_for(["result"])
+    del listener.heard[:]
+    with browser.open(address(service, "/job/add?" + form)) as tab:
+        listener.wait_for(["result"])
+        assert tab.url().endswith("/2/index.html")
+        assert tab.complaints() == []
