@@ -32,11 +32,13 @@ std::string storedIdentifier(const std::string& path) {
 
 /// A new identifier, kept in the file where that can be written. Jobs lie in a folder of its name,
 /// so whoever finds none of yesterday's has to learn why.
-std::string makeIdentifier(const std::string& path) {
+std::string makeIdentifier(const std::string& cacheRoot, const std::string& path) {
     if (::access(path.c_str(), F_OK) == 0)
         std::fprintf(stderr, "service id made anew: no readable one in %s\n", path.c_str());
     const std::string identifier = OstrandHub::randomUuid();
-    if (!OstrandHub::writeFileAtomically(path, identifier + "\n"))
+    // A root that is no folder is found, and told, by whoever makes the folders in it.
+    if (!OstrandHub::writeFileAtomically(path, identifier + "\n") &&
+        ::access((cacheRoot + "/").c_str(), F_OK) == 0)
         std::fprintf(stderr, "service id not kept: cannot write %s\n", path.c_str());
     return identifier;
 }
@@ -46,7 +48,7 @@ std::string obtainIdentifier(const std::string& cacheRoot, bool shortId) {
     const std::string path = cacheRoot + "/.serviceid";
     std::string identifier = storedIdentifier(path);
     if (identifier.empty())
-        identifier = makeIdentifier(path);
+        identifier = makeIdentifier(cacheRoot, path);
     return shortId ? identifier.substr(0, shortLength) : identifier;
 }
 

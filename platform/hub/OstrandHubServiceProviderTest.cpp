@@ -66,10 +66,18 @@ TEST(HubIdentifier, WhatAnOperatorMustKnowIsToldOnStandardError) {
     identifier(root.path());
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "service id made anew: no readable one in " + root.path(".serviceid") + "\n");
+    // Whoever makes the folders tells of a root that is none.
     testing::internal::CaptureStderr();
     identifier(root.path("missing"));
+    identifier(root.path(".serviceid"));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    std::filesystem::remove(root.path(".serviceid"));
+    std::filesystem::create_directory(root.path(".serviceid"));
+    testing::internal::CaptureStderr();
+    identifier(root.path());
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "service id not kept: cannot write " + root.path("missing/.serviceid") + "\n");
+              "service id made anew: no readable one in " + root.path(".serviceid") +
+                  "\nservice id not kept: cannot write " + root.path(".serviceid") + "\n");
 }
 
 TEST(HubIdentifier, FifoInItsPlaceIsReplaced) {
