@@ -98,6 +98,9 @@ bool ServiceProvider::makeFolders() {
                   << "existing folders for both." << std::endl;
         return false;
     }
+    // No reason to end: the other one may be about to go, and waits for its last tool.
+    if (!cacheClaim.take(cachePath))
+        std::fprintf(stderr, "cache folder in use by another service: %s\n", cachePath.c_str());
     return true;
 }
 

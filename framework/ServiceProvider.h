@@ -1,5 +1,6 @@
 #pragma once
 
+#include "framework/FolderClaim.h"
 #include "framework/JobQueue.h"
 #include "platform/hub/SystemInfo.h"
 
@@ -111,6 +112,8 @@ private:
     bool makeFolders();
     void addJobBatch(const Request& request, const picojson::array& batch, Reply& reply);
     void workOn(Job& job);
+
+    FolderClaim cacheClaim; ///< on `cachePath`, from init() on
 };
 
 } // namespace OstrandService

@@ -108,6 +108,10 @@ TEST_F(ServiceProviderInitTest, KeepsTheIdentifierOverARestart) {
     OutputCapture capture;
     ASSERT_TRUE(restarted.init(vm));
     EXPECT_EQ(restarted.providerId, provider.providerId);
+    // The first one is still there.
+    EXPECT_EQ(capture.errors().find(
+                  "cache folder in use by another service: " + provider.cachePath + "\n"),
+              0U);
 }
 
 TEST_F(ServiceProviderInitTest, FoldersThatAreThereAreNoFailure) {
