@@ -2,10 +2,19 @@
 
 #include "platform/portico/Engine.h"
 
+#include <boost/system/system_error.hpp>
 #include <system_error>
 #include <utility>
 
 namespace Portico {
+
+namespace {
+
+ListenError lacking(unsigned short port, const std::string& reason) {
+    return ListenError("cannot listen on port " + std::to_string(port) + ": " + reason);
+}
+
+} // namespace
 
 ThreadedWebServer::ThreadedWebServer() = default;
 
@@ -18,11 +27,14 @@ void ThreadedWebServer::start(const std::string&, unsigned short port, const std
     stop();
     const Engine::Settings settings{realm,         threadParams, bodyLimit, logSize,
                                     traceRequests, traceReplies, htmlHeader};
-    auto prepared = std::make_unique<Engine>(pages, settings, port, certFile, keyFile);
+    std::unique_ptr<Engine> prepared;
     try {
+        prepared = std::make_unique<Engine>(pages, settings, port, certFile, keyFile);
         prepared->start();
+    } catch (const boost::system::system_error& failure) {
+        throw lacking(port, failure.code().message()); // no more files
     } catch (const std::system_error& failure) {
-        throw ListenError("cannot listen on port " + std::to_string(port) + ": " + failure.what());
+        throw lacking(port, failure.what()); // no more threads
     }
     socketAddress = prepared->address();
     engine = std::move(prepared);

@@ -10,6 +10,7 @@
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -85,6 +86,27 @@ TEST(ThreadedWebServerListen, noticesABusyPortInEitherFamily) {
         if (stranger.listens)
             expectBusy(stranger.port);
     }
+}
+
+TEST(ThreadedWebServerListen, saysThatFilesAreLacking) {
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const int next = dup(STDIN_FILENO);
+    close(next);
+    std::string answer;
+    int refusals = 0;
+    for (int files = next; files < next + 100; ++files) {
+        const rlimit few{static_cast<rlim_t>(files), before.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &few);
+        answer = refusal(0);
+        setrlimit(RLIMIT_NOFILE, &before);
+        if (answer == "(started)")
+            break;
+        ++refusals;
+        EXPECT_EQ(answer, "cannot listen on port 0: Too many open files") << files;
+    }
+    EXPECT_EQ(answer, "(started)");
+    EXPECT_GT(refusals, 3) << "a server needs files of several kinds";
 }
 
 TEST(ThreadedWebServerListen, sharesNoPortWithAnotherServer) {
