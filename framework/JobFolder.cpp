@@ -37,6 +37,12 @@ void rewrite(const std::string& path, const std::string& text, int how, mode_t r
     ::close(file);
 }
 
+/// True if an error of a call on a path tells that there is nothing that could be reached.
+bool isAbsence(int error) {
+    return error == ENOENT || error == ENOTDIR || error == ENAMETOOLONG || error == ELOOP ||
+           error == EACCES;
+}
+
 } // namespace
 
 void JobFolder::create(const std::string& path, const std::string& meta) {
@@ -49,21 +55,29 @@ void JobFolder::create(const std::string& path, const std::string& meta) {
     // A folder that stood in the way may hold the state of a job that nobody knows any more.
     if (!made)
         ::unlink((path + "/.status").c_str());
+    if (OstrandHub::writeFileAtomically(path + "/.meta", meta))
+        return;
     // On a full disk the folder goes again: the job then fails when its tool is started there, and
     // does not end well only to be unknown after a restart.
-    if (!OstrandHub::writeFileAtomically(path + "/.meta", meta) && made)
+    if (made)
         boost::filesystem::remove(path, error);
+    else
+        ::unlink((path + "/.meta").c_str());
 }
 
-void JobFolder::markPartial(const std::string& path) {
-    rewrite(path + "/.partial", "", O_TRUNC, everybody);
+bool JobFolder::markPartial(const std::string& path) {
+    const std::string marker = path + "/.partial";
+    rewrite(marker, "", O_TRUNC, everybody);
     Kestrel::crashPoint("marked");
+    return exists(marker);
 }
 
-void JobFolder::clearPartial(const std::string& path) {
+bool JobFolder::clearPartial(const std::string& path) {
     Kestrel::crashPoint("before the mark goes");
-    ::unlink((path + "/.partial").c_str());
+    const std::string marker = path + "/.partial";
+    const bool gone = ::unlink(marker.c_str()) == 0 || !mayExist(marker);
     Kestrel::crashPoint("mark gone");
+    return gone;
 }
 
 void JobFolder::writeJobId(const std::string& path, std::uint32_t id, const std::string& service) {
@@ -109,6 +123,10 @@ std::string JobFolder::readText(const std::string& path) {
 
 bool JobFolder::exists(const std::string& path) {
     return ::access(path.c_str(), F_OK) == 0;
+}
+
+bool JobFolder::mayExist(const std::string& path) {
+    return exists(path) || !isAbsence(errno);
 }
 
 bool JobFolder::isFolder(const std::string& path) {

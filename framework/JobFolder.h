@@ -8,7 +8,7 @@
 namespace OstrandService {
 
 /// Steps on a job's folder that the providers share. Nothing here throws, but for removeAll(), and
-/// no failure to write is reported.
+/// no failure to write is reported but that of the marker.
 class JobFolder {
 public:
     using Cookies = std::vector<std::pair<std::string, std::string>>;
@@ -18,12 +18,14 @@ public:
     static constexpr std::int64_t maxId = 16777215;
 
     /// Makes the folder, one level, unless it exists, and writes ".meta" into it. Nothing is
-    /// written where the folder can't be made, and no new folder stays where the file can't.
+    /// written where the folder can't be made, and where the file can't, no new folder stays and
+    /// none that stood there keeps another job's file.
     static void create(const std::string& path, const std::string& meta);
 
-    /// Makes and removes the empty file ".partial", which tells that the job is unfinished.
-    static void markPartial(const std::string& path);
-    static void clearPartial(const std::string& path);
+    /// Makes and removes the empty file ".partial", which tells that the job is unfinished. Both
+    /// return whether it is now there, or gone: a run without it shows half of its results.
+    static bool markPartial(const std::string& path);
+    static bool clearPartial(const std::string& path);
 
     /// Writes the file "jobId": the id, "@" and the service's or provider's identifier.
     static void writeJobId(const std::string& path, std::uint32_t id, const std::string& service);
@@ -46,6 +48,10 @@ public:
 
     /// True if something of this name exists; false too where that can't be found out.
     static bool exists(const std::string& path);
+
+    /// False only if nothing of this name can be reached; true too where that can't be found out,
+    /// as behind an error of the disk.
+    static bool mayExist(const std::string& path);
 
     /// True if `path` is a folder, or a link to one.
     static bool isFolder(const std::string& path);

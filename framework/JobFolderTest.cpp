@@ -1,5 +1,6 @@
 #include "framework/JobFolder.h"
 
+#include "platform/hub/FileSizeLimit.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
@@ -24,6 +25,35 @@ TEST_F(JobFolderTest, MovesIntoAFolderThatIsThere) {
     JobFolder::create(folder.path("7"), "new");
     EXPECT_EQ(folder.read("7/.meta"), "new");
     EXPECT_EQ(folder.read("7/other"), "kept");
+}
+
+TEST_F(JobFolderTest, LeavesNoOtherJobsDescriptionWhereItCannotWriteItsOwn) {
+    folder.write("7/.meta", "a stranger's");
+    const FileSizeLimit full(0);
+    JobFolder::create(folder.path("7"), "{}");
+    EXPECT_FALSE(folder.has("7/.meta"));
+}
+
+TEST_F(JobFolderTest, TellsWhetherTheMarkerIsThereAndWhetherItHasGone) {
+    EXPECT_TRUE(JobFolder::markPartial(folder.path()));
+    EXPECT_TRUE(JobFolder::clearPartial(folder.path()));
+    EXPECT_TRUE(JobFolder::clearPartial(folder.path())) << "it is not there";
+    EXPECT_TRUE(JobFolder::clearPartial(folder.path("none")));
+    EXPECT_FALSE(JobFolder::markPartial(folder.path("none")));
+    // A folder in its place can be neither made nor removed as a file, and marks as well.
+    folder.makeFolder(".partial");
+    EXPECT_TRUE(JobFolder::markPartial(folder.path()));
+    EXPECT_FALSE(JobFolder::clearPartial(folder.path()));
+}
+
+TEST_F(JobFolderTest, OnlyAFaultLeavesOpenWhetherSomethingExists) {
+    folder.write("file", "");
+    boost::filesystem::create_symlink("loop", folder.path("loop"));
+    EXPECT_TRUE(JobFolder::mayExist(folder.path("file")));
+    for (const std::string& name :
+         {std::string("none"), std::string("none/.partial"), std::string("file/.partial"),
+          std::string("loop/.partial"), std::string(300, 'x')})
+        EXPECT_FALSE(JobFolder::mayExist(folder.path(name))) << name;
 }
 
 TEST_F(JobFolderTest, MakesOneLevelOnly) {

@@ -121,17 +121,16 @@ void ServiceJobBase::readStatus() {
         setState(JobState::ERROR);
 }
 
-void ServiceJobBase::writeStatus() const {
-    writeStatus(state);
+bool ServiceJobBase::writeStatus() const {
+    return writeStatus(state);
 }
 
-void ServiceJobBase::writeStatus(JobState written) const {
+bool ServiceJobBase::writeStatus(JobState written) const {
     // The texts of two states differ in their digit alone, so one is written over the other: this
     // costs a tenth of a new file, and happens twice in every run.
     const std::string path = workDir() + "/.status";
     const std::string text = StatusFile::format(written);
-    if (!OstrandHub::overwriteFile(path, text))
-        OstrandHub::writeFileAtomically(path, text);
+    return OstrandHub::overwriteFile(path, text) || OstrandHub::writeFileAtomically(path, text);
 }
 
 } // namespace OstrandService

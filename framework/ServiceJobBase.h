@@ -63,8 +63,8 @@ public:
     /// none or it makes no sense.
     void readStatus();
 
-    /// Writes the present state to ".status". A failure is not reported.
-    void writeStatus() const;
+    /// Writes the present state to ".status"; false where it could not be written.
+    bool writeStatus() const;
 
     /// The job's folder; "." until prepare().
     std::string workDir() const;
@@ -76,7 +76,7 @@ public:
 
 protected:
     /// The same for another state, which the job is about to take.
-    void writeStatus(JobState written) const;
+    bool writeStatus(JobState written) const;
 
     ServiceJobBase();
     ~ServiceJobBase();

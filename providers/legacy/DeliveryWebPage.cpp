@@ -66,7 +66,7 @@ void TranscoderLegacyServiceProvider::DeliveryWebPage::deliver(
     const std::string file = root + request.uri.substr(prefix.size());
     const boost::filesystem::path folder = boost::filesystem::path(file).parent_path();
     // Only the file's own folder: what lies in a job's result folders is served at once.
-    if (JobFolder::exists((folder / ".partial").string())) {
+    if (JobFolder::mayExist((folder / ".partial").string())) {
         reply.setCode(202);
         return;
     }

@@ -51,9 +51,9 @@ LegacyJobState JobRecord::parseStatus(const std::string& text) {
     return static_cast<LegacyJobState>(number);
 }
 
-void JobRecord::writeState(LegacyJobState newState) {
+bool JobRecord::writeState(LegacyJobState newState) {
     state = newState;
-    OstrandHub::writeFileAtomically(folder + "/.status", statusText(state));
+    return OstrandHub::writeFileAtomically(folder + "/.status", statusText(state));
 }
 
 void JobRecord::readState() {

@@ -24,8 +24,9 @@ public:
     /// wrong with it goes to the log. Returns `valid`.
     bool parseJobText(const std::string& text);
 
-    /// Stores the state and rewrites ".status"; touches no counter. A failed write is not reported.
-    void writeState(LegacyJobState newState);
+    /// Stores the state and rewrites ".status"; touches no counter. False where the file could not
+    /// be written; the state is stored all the same.
+    bool writeState(LegacyJobState newState);
 
     /// Takes the state from ".status"; 3 where there is none or it makes no sense. The file stays
     /// as it is.

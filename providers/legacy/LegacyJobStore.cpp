@@ -38,6 +38,8 @@ void LegacyJobStore::begin() {
     records.clear();
     keys.assign(1, "ALREADY EXISTS");
     deleteQueue.clear();
+    unsaved.clear();
+    unfinished.clear();
     cursor = numJobs = finishedCount = errorCount = 0;
 }
 
@@ -93,7 +95,8 @@ std::pair<std::uint32_t, bool> LegacyJobStore::admit(const JobRecord& record,
         writeFolder(stored, isNew, text);
     } catch (...) {
         // It may be tried again, and has not run.
-        stored.state = before;
+        save(stored, before);
+        JobFolder::clearPartial(stored.folder);
         throw;
     }
     ++numJobs;
@@ -106,14 +109,18 @@ std::pair<std::uint32_t, bool> LegacyJobStore::admit(const JobRecord& record,
 // The description comes last: a folder without it is none to the reload, and never an unfinished
 // job taken for a failed one. A job that has none would not be known after a restart, so it is not
 // taken; one that comes back has its old one still.
-void LegacyJobStore::writeFolder(JobRecord& stored, bool isNew, const std::string& text) const {
+void LegacyJobStore::writeFolder(JobRecord& stored, bool isNew, const std::string& text) {
     makeFolders(stored.folder);
     if (isNew && !stored.cookies.empty())
         JobFolder::writeCookies(stored.folder, stored.cookies);
-    JobFolder::markPartial(stored.folder);
-    stored.writeState(States::open);
-    JobFolder::writeJobId(stored.folder, stored.id, state.serviceId());
+    // Without the marker, clients are given half of a result. Without a state, a new job would be a
+    // failed one behind a restart; one that comes back gets it as soon as the disk takes it.
     const std::string meta = stored.folder + "/.meta";
+    const bool marked = JobFolder::markPartial(stored.folder);
+    save(stored, States::open);
+    if (!marked || (unsaved.count(stored.id) != 0 && !JobFolder::exists(meta)))
+        throw std::runtime_error("job folder not writable: " + stored.folder);
+    JobFolder::writeJobId(stored.folder, stored.id, state.serviceId());
     if (!OstrandHub::writeFileAtomically(meta, text) && !JobFolder::exists(meta))
         throw std::runtime_error("job folder not writable: " + stored.folder);
 }
@@ -135,12 +142,12 @@ bool LegacyJobStore::requestDelete(std::uint32_t id) {
     switch (record->state) {
     case States::closed:
     case States::error:
-        record->writeState(States::markedForDeletion);
+        save(*record, States::markedForDeletion);
         deleteQueue.push_back(id);
         return true;
     case States::open:
         // It keeps its place and its marker; the cursor passes it by.
-        record->writeState(States::canceled);
+        save(*record, States::canceled);
         return true;
     default:
         return false;
@@ -171,7 +178,7 @@ bool LegacyJobStore::setJobState(const JobRecord& taken, LegacyJobState newState
     const Guard guard(mutex);
     if (JobRecord* const record = findCurrent(taken)) {
         count(record->state, newState);
-        record->writeState(newState);
+        save(*record, newState);
     }
     return true;
 }
@@ -200,12 +207,6 @@ void LegacyJobStore::addTiming(const JobRecord& taken, const JobRecord::Timing& 
     const Guard guard(mutex);
     if (JobRecord* const record = findCurrent(taken))
         record->timings.push_back(timing);
-}
-
-void LegacyJobStore::clearPartial(const JobRecord& taken, const std::string& folder) {
-    const Guard guard(mutex);
-    if (findCurrent(taken))
-        JobFolder::clearPartial(folder);
 }
 
 } // namespace OstrandService

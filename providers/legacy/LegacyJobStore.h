@@ -7,6 +7,7 @@
 #include <deque>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -37,8 +38,8 @@ public:
 
     /// Takes a job in, or finds the one with the same uid, and returns its id. When this returns
     /// the folder tells of it. A job that failed, was deleted or canceled comes back with its old
-    /// description, only `text` is new. Where the folder can't be made or would have no
-    /// description, this throws; a new job is then in state 3, one that was to come back in the
+    /// description, only `text` is new. Where the folder can't be made or would not tell of a job
+    /// that waits, this throws; a new job is then in state 3, one that was to come back in the
     /// state it had.
     std::uint32_t submitJob(const JobRecord& record, const std::string& text);
 
@@ -78,8 +79,12 @@ public:
     bool setJobState(const JobRecord& taken, LegacyJobState newState);
     /// Writes the times of the record to the file `path`.
     void writeTimings(const JobRecord& taken, const std::string& path) const;
-    /// Removes ".partial" from `folder`.
+    /// Removes ".partial" from `folder`, as soon as ".status" tells the end.
     void clearPartial(const JobRecord& taken, const std::string& folder);
+
+    /// Writes what the disk did not take before: states, and the ends of ".partial". Ends early
+    /// where it still takes nothing.
+    void settle();
 
     std::uint32_t maxJobId() const; ///< highest id in use; 0 where there is none
     std::uint32_t numJobsTotal() const;
@@ -100,10 +105,13 @@ public:
 
 private:
     std::pair<std::uint32_t, bool> admit(const JobRecord& record, const std::string& text);
-    void writeFolder(JobRecord& stored, bool isNew, const std::string& text) const;
+    void writeFolder(JobRecord& stored, bool isNew, const std::string& text);
     const JobRecord* find(std::uint32_t id) const;
     JobRecord* find(std::uint32_t id);
     JobRecord* findCurrent(const JobRecord& taken);
+    void save(JobRecord& record, LegacyJobState newState);
+    bool settleState(std::uint32_t id);
+    bool settleMarker(std::uint32_t id, const std::string& folder);
     void begin();
     JobRecord& enter(const JobRecord& record);
     void addPlaceholder();
@@ -115,11 +123,13 @@ private:
     std::map<std::string, JobRecord> records; ///< by uid
     std::vector<std::string> keys;            ///< uid by id; element 0 is no job's
     std::deque<std::uint32_t> deleteQueue;    ///< ids waiting for a worker to delete their results
-    std::uint32_t cursor = 0;                 ///< id last handed out by takeNextOpenJob()
-    std::uint32_t numJobs = 0;                ///< additions since the start or the last clearing
-    std::uint32_t finishedCount = 0;          ///< jobs ended well
-    std::uint32_t errorCount = 0;             ///< jobs ended badly
-    std::uint32_t generation = 0;             ///< raised by clear()
+    std::set<std::uint32_t> unsaved;          ///< ids whose ".status" does not tell their state
+    std::map<std::uint32_t, std::string> unfinished; ///< folders that still have ".partial", by id
+    std::uint32_t cursor = 0;                        ///< id last handed out by takeNextOpenJob()
+    std::uint32_t numJobs = 0;       ///< additions since the start or the last clearing
+    std::uint32_t finishedCount = 0; ///< jobs ended well
+    std::uint32_t errorCount = 0;    ///< jobs ended badly
+    std::uint32_t generation = 0;    ///< raised by clear()
 };
 
 } // namespace OstrandService

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <set>
 #include <thread>
+#include <unistd.h>
 
 namespace OstrandService {
 namespace {
@@ -137,6 +138,45 @@ TEST_F(LegacyJobStoreTest, JobThatComesBackMayKeepItsOldDescriptionOnAFullDisk) 
     EXPECT_EQ(submit("r", "second"), 1u);
     EXPECT_EQ(folder.read("1/.meta"), "first");
     EXPECT_EQ(store.getJobState("r"), LegacyJobStates::open);
+}
+
+TEST_F(LegacyJobStoreTest, EndThatTheDiskDoesNotTakeIsWrittenLater) {
+    submit("r");
+    const JobRecord taken = store.getJobRecord(1);
+    {
+        const FileSizeLimit full(0);
+        finish(1, LegacyJobStates::closed);
+        store.clearPartial(taken, folder.path("1"));
+        store.settle();
+        EXPECT_EQ(store.getJobState("r"), LegacyJobStates::closed);
+        EXPECT_TRUE(fs::exists(folder.path("1/.partial"))) << "or a restart would tell otherwise";
+    }
+    store.settle();
+    EXPECT_EQ(folder.read("1/.status"), "{ \"status\" : 2}\n");
+    EXPECT_FALSE(fs::exists(folder.path("1/.partial")));
+}
+
+TEST_F(LegacyJobStoreTest, LateEndSparesTheMarkerOfAJobThatCameBack) {
+    submit("r");
+    const JobRecord taken = store.getJobRecord(1);
+    {
+        const FileSizeLimit full(0);
+        finish(1, LegacyJobStates::error);
+        store.clearPartial(taken, folder.path("1"));
+    }
+    submit("r");
+    store.settle();
+    EXPECT_EQ(folder.read("1/.status"), "{ \"status\" : 0}\n");
+    EXPECT_TRUE(fs::exists(folder.path("1/.partial")));
+}
+
+TEST_F(LegacyJobStoreTest, NewJobThatCannotBeMarkedIsNotTaken) {
+    folder.makeFolder("1");
+    ASSERT_EQ(::symlink("nowhere/at/all", folder.path("1/.partial").c_str()), 0);
+    EXPECT_ANY_THROW(submit("r"));
+    EXPECT_EQ(store.getJobState("r"), LegacyJobStates::error);
+    EXPECT_FALSE(fs::exists(folder.path("1/.meta")));
+    EXPECT_EQ(submit("r"), 1u) << "the link went with the failed try";
 }
 
 TEST_F(LegacyJobStoreTest, JobThatComesBackGetsALostFolderAnew) {

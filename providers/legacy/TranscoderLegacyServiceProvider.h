@@ -31,6 +31,8 @@ public:
     bool init(const boost::program_options::variables_map& vm) override;
     void addPages() override;
     void start() override;
+    /// Also tries again what the disk did not take of jobs' states.
+    void update() override;
     void shutdown() override;
     bool handleFrontPage(const Request& request, Reply& reply) override;
     bool handleJobRequest(const Request& request, Reply& reply) override;

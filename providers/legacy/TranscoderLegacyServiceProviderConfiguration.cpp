@@ -17,6 +17,7 @@
 
 #include <boost/filesystem.hpp>
 #include <boost/program_options.hpp>
+#include <exception>
 #include <iostream>
 #include <system_error>
 
@@ -74,7 +75,13 @@ bool TranscoderLegacyServiceProvider::init(const po::variables_map& vm) {
                   << "existing folders for both." << std::endl;
         return false;
     }
-    loadOldJobs();
+    try {
+        loadOldJobs();
+    } catch (const std::exception& error) {
+        std::cout << std::endl;
+        std::cerr << "cannot read old jobs : " << error.what() << std::endl;
+        return false;
+    }
     std::cout << "Number of worker threads: " << state.workerCount << std::endl;
     MessageLog::the()->log("Params: number of worker threads: " +
                            std::to_string(state.workerCount));
@@ -178,6 +185,11 @@ void TranscoderLegacyServiceProvider::start() {
     startDeliveryServer(deliveryServer, "", "");
     std::cout << std::endl;
     registerWithHub();
+}
+
+void TranscoderLegacyServiceProvider::update() {
+    ServiceProvider::update();
+    state.store->settle();
 }
 
 } // namespace OstrandService

@@ -160,6 +160,7 @@ void TranscoderLegacyServiceProvider::shutdown() {
         const std::lock_guard<std::mutex> lock(state.workersMutex);
         stopWorkers();
     }
+    state.store->settle();
     releaseState();
 }
 

@@ -30,7 +30,7 @@ bool isMarked(std::string_view folder) {
     std::string path;
     path.reserve(folder.size() + marker.size());
     path.append(folder).append(marker);
-    return JobFolder::exists(path);
+    return JobFolder::mayExist(path);
 }
 
 /// True while the job that a file belongs to is unfinished: its marker lies beside the file or one

@@ -44,11 +44,15 @@ ServiceTranscoderJob::create(const picojson::value& v, const std::string& provid
 void ServiceTranscoderJob::setState(JobState newState) {
     const std::lock_guard<std::mutex> lock(stateMutex);
     // First on disk: who is told of a state finds it there, and so does a restart.
-    writeStatus(newState);
+    isSaved = writeStatus(newState);
     ServiceJobBase::setState(newState);
 }
 
 void ServiceTranscoderJob::getCommands(Commands& commands) {
+    if (!isStored) {
+        commands.emplace_back();
+        return;
+    }
     if (desc.JobKind != TranscoderJobDesc::commandBatch)
         return;
     for (const TranscoderJobDesc::Command& command : desc.commands)
@@ -82,12 +86,45 @@ void ServiceTranscoderJob::writeJobId() {
     JobFolder::writeJobId(workDir(), id, sourceText);
 }
 
-void ServiceTranscoderJob::markPartial() {
-    JobFolder::markPartial(workDir());
+bool ServiceTranscoderJob::openFolder() {
+    const bool isMarked = markPartial();
+    setState(JobState::OPEN);
+    const bool isDescribed = JobFolder::exists(workDir() + "/.meta");
+    const std::lock_guard<std::mutex> lock(stateMutex);
+    isStored = isMarked && isSaved && isDescribed;
+    return isStored;
 }
 
-void ServiceTranscoderJob::clearPartial() {
-    JobFolder::clearPartial(workDir());
+bool ServiceTranscoderJob::markPartial() {
+    const std::lock_guard<std::mutex> lock(stateMutex);
+    ++unfinishedRuns;
+    return JobFolder::markPartial(workDir());
+}
+
+void ServiceTranscoderJob::expectRun() {
+    const std::lock_guard<std::mutex> lock(stateMutex);
+    ++unfinishedRuns;
+}
+
+bool ServiceTranscoderJob::clearPartial() {
+    const std::lock_guard<std::mutex> lock(stateMutex);
+    if (unfinishedRuns > 0)
+        --unfinishedRuns;
+    return settleLocked();
+}
+
+bool ServiceTranscoderJob::settle() {
+    const std::lock_guard<std::mutex> lock(stateMutex);
+    isSaved = isSaved || writeStatus(state);
+    return settleLocked();
+}
+
+/// A run that is still to come needs the marker and settles all at its end. Who finds the marker
+/// gone finds the state on disk; in a folder that has gone there is neither.
+bool ServiceTranscoderJob::settleLocked() {
+    if (unfinishedRuns > 0)
+        return true;
+    return (isSaved && JobFolder::clearPartial(workDir())) || !JobFolder::mayExist(workDir());
 }
 
 // The whitelist is compared with the beginning of the whole "name=value", and what is kept is put

@@ -3,8 +3,10 @@
 #include "framework/ServiceJob.h"
 #include "platform/hub/TranscoderJobDesc.h"
 
+#include <atomic>
 #include <boost/shared_ptr.hpp>
 #include <condition_variable>
+#include <cstdint>
 #include <mutex>
 #include <picojson.h>
 #include <string>
@@ -28,10 +30,12 @@ public:
                                                           const std::string& providerId);
 
     /// Writes the state to ".status" and stores it, in one step: the file always tells the last
-    /// state, whichever threads set it, and nobody is told of one that is not on disk.
+    /// state, whichever threads set it, and nobody is told of one that is not on disk, but where
+    /// the disk does not take it: see settle().
     void setState(JobState newState) override;
 
     /// Appends the command lines of a command batch, as the client wrote them; none for other jobs.
+    /// One that can't be started for a job whose folder does not tell of it, which so fails.
     void getCommands(Commands& commands) override;
 
     /// The description's variables, the filtered cookies and the delivery host, where set.
@@ -44,9 +48,24 @@ public:
     /// Writes the file "jobId": the id, "@" and the provider's id.
     void writeJobId();
 
-    /// Makes and removes the file ".partial". Neither reports a failure.
-    void markPartial();
-    void clearPartial();
+    /// What a folder holds of a job that waits: the marker ".partial", then the state OPEN, beside
+    /// the description. Where the disk doesn't take all of it the job is to fail and not to run: a
+    /// restart would not know it, or its clients would be given half of a result. False then.
+    bool openFolder();
+
+    /// Makes the file ".partial" for one more run. False where it isn't there then.
+    bool markPartial();
+
+    /// Counts one more run of a folder that is marked already, or is to stay as it is.
+    void expectRun();
+
+    /// The end of a run: ".partial" goes when no other run is to come. False where settle() is left
+    /// to do.
+    bool clearPartial();
+
+    /// Writes what the end of a run could not write, the state first and then the end of
+    /// ".partial". True when nothing is left to do.
+    bool settle();
 
     /// Keeps of a "Cookie" header what the cookie whitelist lets through. An empty header changes
     /// nothing: a job that runs again keeps the cookies of its former run.
@@ -72,7 +91,13 @@ private:
     ~ServiceTranscoderJob() = default;
     static void destroy(ServiceTranscoderJob* job);
 
-    std::mutex stateMutex; ///< held over storing the state and writing the file
+    bool settleLocked();
+
+    std::mutex stateMutex; ///< guards what follows, held over writing the state and the marker
+    bool isSaved = true;   ///< ".status" tells the state
+    std::uint32_t unfinishedRuns = 0; ///< queued or running
+
+    std::atomic<bool> isStored{true}; ///< the folder tells of the job that waits
 
     mutable std::mutex textMutex; ///< guards the two texts; never held over a file operation
     std::string cookieHeader;     ///< whitelisted part of the "Cookie" header

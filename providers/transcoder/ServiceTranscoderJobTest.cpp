@@ -123,16 +123,66 @@ TEST_F(ServiceTranscoderJobTest, WritesItsIdWithTheProviders) {
 
 TEST_F(ServiceTranscoderJobTest, MarksAndUnmarks) {
     const Job job = prepared("{\"uid\":\"u\",\"commands\":[]}");
-    job->markPartial();
+    EXPECT_TRUE(job->markPartial());
     EXPECT_EQ(folder.read("12/.partial"), "");
-    job->markPartial();
-    job->clearPartial();
+    EXPECT_TRUE(job->clearPartial());
     EXPECT_FALSE(folder.has("12/.partial"));
-    job->clearPartial();
+    EXPECT_TRUE(job->clearPartial());
     boost::filesystem::remove_all(folder.path("12"));
-    job->clearPartial();
-    job->markPartial();
+    EXPECT_TRUE(job->clearPartial());
+    EXPECT_FALSE(job->markPartial());
     EXPECT_FALSE(folder.has("12"));
+}
+
+// The second run writes its results where those of the first one lie.
+TEST_F(ServiceTranscoderJobTest, StaysMarkedUntilItsLastRunHasEnded) {
+    const Job job = prepared("{\"uid\":\"u\",\"commands\":[]}");
+    job->markPartial();
+    job->markPartial();
+    EXPECT_TRUE(job->clearPartial());
+    EXPECT_TRUE(folder.has("12/.partial"));
+    EXPECT_TRUE(job->clearPartial());
+    EXPECT_FALSE(folder.has("12/.partial"));
+}
+
+// A folder in the way of the file is what no right can forbid.
+TEST_F(ServiceTranscoderJobTest, StaysMarkedUntilItsStateIsOnDisk) {
+    const Job job = prepared("{\"uid\":\"u\",\"commands\":[]}");
+    ASSERT_TRUE(job->openFolder());
+    boost::filesystem::remove(folder.path("12/.status"));
+    folder.write("12/.status/in the way", "");
+    job->setState(JobState::CLOSED);
+    EXPECT_EQ(job->state, JobState::CLOSED);
+    EXPECT_FALSE(job->clearPartial());
+    EXPECT_FALSE(job->settle());
+    EXPECT_TRUE(folder.has("12/.partial"));
+    boost::filesystem::remove_all(folder.path("12/.status"));
+    EXPECT_TRUE(job->settle());
+    EXPECT_FALSE(folder.has("12/.partial"));
+    EXPECT_EQ(folder.read("12/.status"), "{ \"status\" : 3 }\n");
+}
+
+TEST_F(ServiceTranscoderJobTest, LeavesNothingToSettleInAFolderThatHasGone) {
+    const Job job = prepared("{\"uid\":\"u\",\"commands\":[]}");
+    ASSERT_TRUE(job->openFolder());
+    boost::filesystem::remove_all(folder.path("12"));
+    job->setState(JobState::ERROR);
+    EXPECT_TRUE(job->clearPartial());
+    EXPECT_FALSE(folder.has("12"));
+}
+
+TEST_F(ServiceTranscoderJobTest, FailsWhereItsFolderDoesNotTellOfIt) {
+    const Job job = prepared("{\"uid\":\"u\",\"commands\":[\"touch ran\"]}");
+    boost::filesystem::remove(folder.path("12/.meta"));
+    EXPECT_FALSE(job->openFolder());
+    job->run();
+    EXPECT_EQ(job->state, JobState::ERROR);
+    EXPECT_FALSE(folder.has("12/ran"));
+    folder.write("12/.meta", "{}");
+    EXPECT_TRUE(job->openFolder());
+    job->run();
+    EXPECT_EQ(job->state, JobState::CLOSED);
+    EXPECT_TRUE(folder.has("12/ran"));
 }
 
 TEST_F(ServiceTranscoderJobTest, EveryStateIsOnDiskAtOnce) {

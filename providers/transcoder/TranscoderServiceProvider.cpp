@@ -95,9 +95,10 @@ bool TranscoderServiceProvider::insertOrFind(TranscoderJob& job) {
 // When this returns the folder tells of a job that waits: a restart would run it.
 void TranscoderServiceProvider::queueJob(const TranscoderJob& job, const std::string& cookie) {
     job->writeJobId();
-    job->markPartial();
     job->setCookies(cookie);
-    job->setState(JobState::OPEN);
+    if (!job->openFolder())
+        MessageLog::the()->log("job " + std::to_string(job->id) +
+                               " is not run: its folder cannot be written");
     job->resultText = "Not Run Yet";
     ++numJobs;
     const boost::lock_guard<boost::mutex> accepting(jobsMutex);
@@ -181,9 +182,14 @@ void TranscoderServiceProvider::jobFinished(boost::shared_ptr<ServiceJobBase>& j
         return;
     const Transition transition(transitions);
     ServiceProvider::jobFinished(job);
-    // Behind the final state: who finds the marker gone finds the state on disk.
-    if (const auto own = boost::dynamic_pointer_cast<ServiceTranscoderJob>(job))
-        own->clearPartial();
+    const auto own = boost::dynamic_pointer_cast<ServiceTranscoderJob>(job);
+    if (own && !own->clearPartial())
+        unsettled.add(own);
+}
+
+void TranscoderServiceProvider::update() {
+    ServiceProvider::update();
+    unsettled.settle();
 }
 
 void TranscoderServiceProvider::jobRemoved(boost::shared_ptr<ServiceJobBase>& /*job*/) {}

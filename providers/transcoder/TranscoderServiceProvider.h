@@ -2,6 +2,7 @@
 
 #include "framework/ServiceProvider.h"
 #include "platform/portico/ThreadedWebServer.h"
+#include "providers/transcoder/UnsettledJobs.h"
 
 #include <atomic>
 #include <boost/shared_ptr.hpp>
@@ -33,6 +34,8 @@ public:
     bool init(const boost::program_options::variables_map& vm) override;
     void addPages() override;
     void start() override;
+    /// Also tries again what the disk did not take at the ends of jobs.
+    void update() override;
     void shutdown() override;
     bool handleFrontPage(const Request& request, Reply& reply) override;
     bool addJob(const Request& request, const picojson::value& value, Reply& reply) override;
@@ -96,6 +99,7 @@ private:
     /// Submissions between their look at the table and their place in the queue, and jobs between
     /// their count as finished and the removal of their marker. The cache is not cleared meanwhile.
     std::atomic<std::uint32_t> transitions{0};
+    UnsettledJobs unsettled;
 };
 
 } // namespace OstrandService

@@ -138,11 +138,13 @@ void TranscoderServiceProvider::start() {
 void TranscoderServiceProvider::shutdown() {
     deliveryServer.stop();
     ServiceProvider::shutdown();
+    unsettled.settle();
     releaseTables();
 }
 
 // The host destroys the base part alone, so what this class holds on the heap goes here.
 void TranscoderServiceProvider::releaseTables() {
+    unsettled.clear();
     std::vector<TranscoderJob>().swap(jobs);
     jobIndex.clear();
     deliveryServer.clearPages();

@@ -69,6 +69,7 @@ bool TranscoderServiceProvider::loadJob(std::uint32_t id, const std::string& met
         ++numJobsFailed;
     } else if (job->state == JobState::OPEN) {
         ++numJobs;
+        job->expectRun();
         jobQueue.push(job);
         job->resultText = "Not Run Yet";
     } else {
@@ -101,6 +102,7 @@ void TranscoderServiceProvider::clearCache() {
 }
 
 void TranscoderServiceProvider::emptyTables() {
+    unsettled.clear();
     jobIndex.clear();
     jobs.clear();
     numJobs = 0;
