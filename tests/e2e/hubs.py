@@ -58,7 +58,7 @@ class RecordingHub:
 
 class RudeHub:
     """Listens; `manner` is "silent" (takes connections, never answers), "garbage" (answers no
-    HTTP), "closing" (closes at once) or "waking" (never answers the first connection, takes what
+    HTTP), "closing" (closes at once), "resetting" (resets at once) or "waking" (never answers the first connection, takes what
     comes by the others)."""
 
     def __init__(self, manner):
@@ -85,7 +85,9 @@ class RudeHub:
                 connection.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n")
             if self.manner == "garbage":
                 connection.sendall(b"\0\1\2 this is no HTTP \r\n\r\n" * 10)
-            if self.manner in ("garbage", "closing"):
+            if self.manner == "resetting":
+                connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+            if self.manner in ("garbage", "closing", "resetting"):
                 connection.close()
 
     def __enter__(self):

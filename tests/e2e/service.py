@@ -18,6 +18,8 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 BUILD = (ROOT / os.environ.get("OSTRAND_BUILD", "build/release")).resolve()
 TOOLS = ROOT / "tests" / "tools"
 DATA = ROOT / "tests" / "data"
+# "benign" runs every service amid faults that nobody may notice.
+AROUND = os.environ.get("OSTRAND_FAULTS", "")
 EVERY_TOOL = {"commandWhitelist": ["*"]}
 
 _REPORT = re.compile(r"ERROR: AddressSanitizer|ERROR: LeakSanitizer|WARNING: ThreadSanitizer|"
@@ -69,6 +71,7 @@ class Service:
         self.process = None
         self.session = None
         self.starts = 0
+        self.faults = None
         if config is not None:
             self.write_config(config)
 
@@ -103,7 +106,15 @@ class Service:
         # Finds the tools that outlive a killed service.
         values["OSTRAND_TEST_FOLDER"] = str(self.folder)
         values.update(self.extra_environment)
+        if AROUND == "benign":
+            self.add_faults(values)
         return values
+
+    def add_faults(self, environment):
+        import faults  # which needs this module
+        if self.faults is None:
+            self.faults = faults.make_benign(self)
+        self.faults.add_to(environment)
 
     # Its life.
 
@@ -193,6 +204,8 @@ class Service:
                 self.process.wait()
                 self.process = None
             self.end_tools()
+            if self.faults is not None:
+                self.faults.retire()
 
     def end_tools(self):
         for process in self.tools():
