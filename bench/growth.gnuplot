@@ -33,6 +33,8 @@ plot points."/start-transcoder" linestyle 1 title "transcoder", \
      points."/start-legacy" linestyle 2 title "legacy transcoder"
 
 unset logscale
+unset mxtics
+unset mytics
 set yrange [0:*]
 set xrange [0:*]
 set output folder."/growth-connections.png"
