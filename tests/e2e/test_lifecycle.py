@@ -10,6 +10,7 @@ import time
 
 import pytest
 
+from ports import free_port
 from raw_http import Connection, request
 from service import BUILD, run_program, sanitizer
 from waiting import stays, wait_for
@@ -229,6 +230,27 @@ def test_port_that_is_not_permitted(folder):
         result = run_program(arguments[1:], folder)
     assert result.returncode == 255
     assert re.search(r"^cannot listen on port %d: \S" % port, result.stderr, re.MULTILINE)
+
+
+@pytest.mark.parametrize("link", ["TranscoderService", "TranscoderLegacyService"])
+def test_jobs_folder_that_cannot_be_read(folder, link):
+    """Ids of jobs that were not seen would be given away again."""
+    jobs = folder / "transcoder" / "cache"
+    if link == "TranscoderService":
+        jobs = jobs / "P"
+    jobs.mkdir(parents=True)
+    jobs.chmod(0o333)
+    arguments = [str(BUILD / link), "--port", str(free_port()), "--providerid", "P"]
+    if os.geteuid() == 0:
+        rights = "-dac_override,-dac_read_search"
+        arguments = ["--bounding-set=" + rights, "--inh-caps=" + rights] + arguments
+        result = run_program(arguments, folder, link=shutil.which("setpriv"))
+    else:
+        result = run_program(arguments[1:], folder, link=link)
+    jobs.chmod(0o777)
+    assert result.returncode == 255
+    assert re.search(r"\ncannot read old jobs : .*Permission denied.*\n$", result.stderr)
+    assert result.stdout.endswith("\nLoading old jobs: \n")
 
 
 @pytest.mark.skipif(sanitizer() != "", reason="a sanitizer needs the memory that this test takes away")
