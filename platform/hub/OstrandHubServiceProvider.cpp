@@ -35,7 +35,7 @@ std::string storedIdentifier(const std::string& path) {
 std::string makeIdentifier(const std::string& cacheRoot, const std::string& path) {
     if (::access(path.c_str(), F_OK) == 0)
         std::fprintf(stderr, "service id made anew: no readable one in %s\n", path.c_str());
-    const std::string identifier = OstrandHub::randomUuid();
+    std::string identifier = OstrandHub::randomUuid();
     // A root that is no folder is found, and told, by whoever makes the folders in it.
     if (!OstrandHub::writeFileAtomically(path, identifier + "\n") &&
         ::access((cacheRoot + "/").c_str(), F_OK) == 0)

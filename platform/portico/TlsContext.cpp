@@ -56,7 +56,7 @@ void keepSessions(SSL_CTX* handle) {
 /// Answers for the person whom the library would ask for the password of an encrypted file. The
 /// result tells whether it was asked.
 std::shared_ptr<bool> refusePassword(ssl::context& context) {
-    const auto asked = std::make_shared<bool>(false);
+    auto asked = std::make_shared<bool>(false);
     context.set_password_callback([asked](std::size_t, ssl::context::password_purpose) {
         *asked = true;
         return std::string();
