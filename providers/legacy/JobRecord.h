@@ -46,6 +46,7 @@ public:
     LegacyJobState state = LegacyJobStates::open;
     std::uint32_t generation = 0; ///< of the store at the time of entry; see LegacyJobStore
     std::uint32_t admissions = 0; ///< times that it was taken in; the same
+    bool isHandedOut = false;     ///< a worker has it, though its state may be 0 still
 };
 
 /// Name of a job's main result: "index." and the extension of its output format.

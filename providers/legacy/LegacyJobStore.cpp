@@ -101,6 +101,7 @@ std::pair<std::uint32_t, bool> LegacyJobStore::admit(const JobRecord& record,
     }
     ++numJobs;
     ++stored.admissions;
+    stored.isHandedOut = false;
     stored.addedTime = state.stopWatch.read();
     stored.commandLine = "Not Run Yet";
     return {stored.id, true};
@@ -167,9 +168,11 @@ std::optional<LegacyJobStore::Taken> LegacyJobStore::takeNextOpenJob() {
     const Guard guard(mutex);
     while (cursor + 1 < keys.size()) {
         ++cursor;
-        const JobRecord* const record = find(cursor);
-        if (record && record->state == States::open)
-            return Taken{cursor, *record};
+        JobRecord* const record = find(cursor);
+        if (!record || record->state != States::open || record->isHandedOut)
+            continue;
+        record->isHandedOut = true;
+        return Taken{cursor, *record};
     }
     return std::nullopt;
 }

@@ -58,7 +58,8 @@ public:
     std::optional<Taken> takeDeleteRequest();
 
     /// The next job in state 0 behind the cursor, which moves on to it; nothing where there is
-    /// none. No two callers get the same one.
+    /// none. No two callers get the same one, also where the cursor was set back before the first
+    /// has begun with it.
     std::optional<Taken> takeNextOpenJob();
 
     JobRecord getJobRecord(std::uint32_t id) const;

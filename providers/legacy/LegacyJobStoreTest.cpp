@@ -1,10 +1,7 @@
-#include "providers/legacy/LegacyJobStore.h"
+#include "providers/legacy/LegacyJobStoreTest.h"
 
 #include "platform/hub/FileSizeLimit.h"
-#include "providers/legacy/LegacyState.h"
-#include "tests/support/TemporaryFolder.h"
 
-#include <gtest/gtest.h>
 #include <set>
 #include <thread>
 #include <unistd.h>
@@ -13,36 +10,6 @@ namespace OstrandService {
 namespace {
 
 namespace fs = boost::filesystem;
-
-class LegacyJobStoreTest : public ::testing::Test {
-protected:
-    LegacyJobStoreTest() : store(*state.store) { state.cachePath = folder.path(); }
-
-    static JobRecord described(const std::string& resource) {
-        JobRecord record("");
-        EXPECT_TRUE(record.parseJobText("{\"resource\":\"" + resource + "\"}"));
-        return record;
-    }
-
-    std::uint32_t submit(const std::string& resource, const std::string& text = "{}") {
-        return store.submitJob(described(resource), text);
-    }
-
-    /// Brings a job to a state as a worker does.
-    void finish(std::uint32_t id, LegacyJobState result) {
-        const JobRecord taken = store.getJobRecord(id);
-        store.setJobState(taken, LegacyJobStates::inProcess);
-        store.setJobState(taken, result);
-    }
-
-    static std::uint32_t idOf(const std::optional<LegacyJobStore::Taken>& taken) {
-        return taken ? taken->id : 0;
-    }
-
-    const Support::TemporaryFolder folder;
-    LegacyState state;
-    LegacyJobStore& store;
-};
 
 TEST_F(LegacyJobStoreTest, EmptyStore) {
     EXPECT_EQ(store.maxJobId(), 0u);
@@ -249,30 +216,6 @@ TEST_F(LegacyJobStoreTest, CounterOfEachChangeOfState) {
     }
 }
 
-TEST_F(LegacyJobStoreTest, DescriptionWithoutUidTakesThePlaceOfTheGaps) {
-    folder.write("3/.status", JobRecord::statusText(2));
-    store.loadJob(3, "no JSON", folder.path("3"));
-    for (const std::uint32_t gap : {1u, 2u})
-        EXPECT_EQ(store.getJobRecord(gap).state, LegacyJobStates::error) << gap;
-    folder.write("5/.status", JobRecord::statusText(2));
-    store.loadJob(5, "{}", folder.path("5"));
-    EXPECT_EQ(store.getJobRecord(5).id, 3u) << "the earlier record stays";
-    EXPECT_EQ(store.numJobsFailed(), 2u);
-}
-
-TEST_F(LegacyJobStoreTest, SecondFolderWithOneUidKeepsTheEarlierRecord) {
-    for (const std::uint32_t id : {2u, 4u}) {
-        const std::string name = std::to_string(id);
-        folder.write(name + "/.status", JobRecord::statusText(id == 2 ? 2 : 3));
-        store.loadJob(id, "{\"resource\":\"r\"}", folder.path(name));
-    }
-    EXPECT_EQ(store.getJobRecord(4).id, 2u);
-    EXPECT_EQ(store.getJobRecord(4).state, LegacyJobStates::closed);
-    EXPECT_EQ(store.numJobsTotal(), 2u);
-    EXPECT_EQ(store.numJobsFailed(), 1u);
-    EXPECT_EQ(submit("r"), 2u);
-}
-
 TEST_F(LegacyJobStoreTest, DeletionByState) {
     for (const char* uid : {"open", "running", "closed", "failed"})
         submit(uid);
@@ -317,85 +260,6 @@ TEST_F(LegacyJobStoreTest, CursorHandsOutEachOpenJobOnce) {
     EXPECT_EQ(all.count(7), 0u);
 }
 
-TEST_F(LegacyJobStoreTest, IdsAndUidsWithoutARecord) {
-    submit("ALREADY EXISTS");
-    for (const std::uint32_t id : {0u, 2u, 4294967295u}) {
-        EXPECT_EQ(store.getJobRecord(id).state, LegacyJobStates::invalid) << id;
-        EXPECT_EQ(store.getAddedTime(id), 0) << id;
-    }
-    EXPECT_EQ(store.getJobState("none"), LegacyJobStates::invalid);
-    EXPECT_EQ(store.getCommandLine("none"), "");
-    store.setAddedTime(9, 1);
-    store.addTiming(9, {1, 2});
-    EXPECT_EQ(store.getKey(9), "");
-}
-
-TEST_F(LegacyJobStoreTest, TimingsAreWrittenAndReadAgain) {
-    submit("r");
-    store.setAddedTime(1, 12.5);
-    store.addTiming(store.getJobRecord(1), {20, 30.25});
-    store.writeTimings(store.getJobRecord(1), folder.path("1/.timings"));
-    EXPECT_EQ(folder.read("1/.timings"), R"({"added":12.5,"timings":[{"done":30.25,"proc":20}]})");
-    submit("s");
-    store.loadTimings(2, folder.read("1/.timings"));
-    EXPECT_EQ(store.getAddedTime(2), 12.5);
-    EXPECT_EQ(store.getJobRecord(2).timings, (std::vector<JobRecord::Timing>{{20, 30.25}}));
-}
-
-TEST_F(LegacyJobStoreTest, TimingsOfAnotherFormStopTheReader) {
-    submit("r");
-    const double added = store.getAddedTime(1);
-    for (const char* text :
-         {"", "x", "[]", "{\"timings\":[{\"proc\":1,\"done\":2}]}",
-          "{\"added\":\"1\",\"timings\":[{\"proc\":1,\"done\":2}]}", "{\"added\":1e999}"})
-        store.loadTimings(1, text);
-    EXPECT_EQ(store.getAddedTime(1), added);
-    store.loadTimings(1, R"({"added":1,"timings":{}})");
-    EXPECT_EQ(store.getAddedTime(1), 1);
-    store.loadTimings(
-        1, R"({"added":1,"timings":[1,{"proc":1},{"done":2,"proc":1},{"proc":"1","done":2}]})");
-    EXPECT_EQ(store.getJobRecord(1).timings, (std::vector<JobRecord::Timing>{{1, 2}}));
-}
-
-TEST_F(LegacyJobStoreTest, ReloadFillsGapsWithThePlaceholder) {
-    for (const std::uint32_t id : {2u, 5u}) {
-        const std::string name = std::to_string(id);
-        folder.write(name + "/.status", "{ \"status\" : 2}\n");
-        store.loadJob(id, "{\"resource\":\"r" + name + "\"}", folder.path(name));
-    }
-    EXPECT_EQ(store.maxJobId(), 5u);
-    for (const std::uint32_t gap : {1u, 3u, 4u}) {
-        EXPECT_EQ(store.getKey(gap), "");
-        EXPECT_EQ(store.getJobRecord(gap).state, LegacyJobStates::invalid);
-    }
-    EXPECT_EQ(store.numJobsTotal(), 2u);
-    EXPECT_EQ(store.numJobsFinished(), 2u);
-    EXPECT_EQ(store.numJobsOpen(), 0u);
-    EXPECT_EQ(submit("new"), 6u);
-    EXPECT_EQ(idOf(store.takeNextOpenJob()), 6u);
-}
-
-TEST_F(LegacyJobStoreTest, ReloadCountsStatesAndTakesNothingUpAgain) {
-    for (const LegacyJobState loaded : {0, 1, 2, 3, 7}) {
-        const auto id = static_cast<std::uint32_t>(loaded + 1);
-        const std::string name = std::to_string(id);
-        folder.write(name + "/.status", JobRecord::statusText(loaded));
-        store.loadJob(id, "{\"resource\":\"r" + name + "\"}", folder.path(name));
-    }
-    EXPECT_EQ(store.numJobsFinished(), 5u);
-    EXPECT_EQ(store.numJobsFailed(), 2u);
-    EXPECT_EQ(store.getJobState("r1"), LegacyJobStates::open);
-    EXPECT_EQ(idOf(store.takeNextOpenJob()), 0u);
-}
-
-TEST_F(LegacyJobStoreTest, DescriptionThatCannotBeReadMakesAnErrorOnDiskToo) {
-    folder.write("1/.status", "{ \"status\" : 2}\n");
-    store.loadJob(1, "{", folder.path("1"));
-    EXPECT_EQ(store.getJobRecord(1).state, LegacyJobStates::error);
-    EXPECT_EQ(folder.read("1/.status"), "{ \"status\" : 3}\n");
-    EXPECT_EQ(store.numJobsFailed(), 1u);
-}
-
 TEST_F(LegacyJobStoreTest, ClearForgetsAllAndDropsWhatOldWorkersTell) {
     submit("r");
     const JobRecord old = store.getJobRecord(1);
@@ -413,6 +277,22 @@ TEST_F(LegacyJobStoreTest, ClearForgetsAllAndDropsWhatOldWorkersTell) {
     EXPECT_TRUE(store.getJobRecord(1).timings.empty());
     EXPECT_TRUE(fs::exists(folder.path("1/.partial")));
     EXPECT_FALSE(fs::exists(folder.path("1/.timings")));
+}
+
+TEST_F(LegacyJobStoreTest, CursorThatComesBackLeavesAJobToTheWorkerThatHasIt) {
+    submit("failed");
+    submit("open");
+    EXPECT_EQ(idOf(store.takeNextOpenJob()), 1u);
+    finish(1, LegacyJobStates::error);
+    EXPECT_EQ(idOf(store.takeNextOpenJob()), 2u);
+    ASSERT_EQ(store.getJobState("open"), LegacyJobStates::open) << "its worker has not begun";
+    submit("failed");
+    EXPECT_EQ(idOf(store.takeNextOpenJob()), 1u);
+    EXPECT_EQ(idOf(store.takeNextOpenJob()), 0u);
+
+    store.requestDelete(2);
+    submit("open");
+    EXPECT_EQ(idOf(store.takeNextOpenJob()), 2u) << "sent again, it runs again";
 }
 
 TEST_F(LegacyJobStoreTest, JobThatCameBackKeepsItsMarkerFromTheWorkerThatRanItBefore) {
