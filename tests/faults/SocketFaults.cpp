@@ -48,7 +48,7 @@ bool breaks(Kind& kind, int connection) {
 /// the calls short would not do: who is told of changes alone takes a short call for an empty or a
 /// full buffer, and waits for a change that does not come.
 int narrowed(int connection) {
-    const int bytes = 8192;
+    const int bytes = 65536;
     if (connection >= 0 && narrowKind.strike(clients) != 0) {
         ::setsockopt(connection, SOL_SOCKET, SO_SNDBUF, &bytes, sizeof bytes);
         ::setsockopt(connection, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
