@@ -45,14 +45,14 @@ Descriptors nullDevices(const Descriptors& missing) {
     }
     int status = 0;
     ::waitpid(child, &status, 0);
-    return WIFEXITED(status) ? Descriptors(static_cast<unsigned long>(WEXITSTATUS(status)))
+    return WIFEXITED(status) ? Descriptors(static_cast<unsigned long long>(WEXITSTATUS(status)))
                              : Descriptors();
 }
 
 } // namespace
 
 TEST(StandardFilesTest, OnlyMissingOnesBecomeTheNullDevice) {
-    for (unsigned long missing = 0; missing < 8; ++missing)
+    for (unsigned long long missing = 0; missing < 8; ++missing)
         EXPECT_EQ(nullDevices(Descriptors(missing)), Descriptors(missing));
 }
 

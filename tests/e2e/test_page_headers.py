@@ -1,6 +1,8 @@
 """What keeps browsers from running the texts of strangers: on HTML pages of the main and the secure
 server, whatever made them, and on nothing else."""
 
+import re
+
 import pytest
 
 from legacy import LegacyService
@@ -94,6 +96,10 @@ def test_heads_of_other_replies_are_as_ever(known):
     assert reply.names == ["Server", "Date", "Content-Length"]
 
 
+def without_sums(headers):
+    return {name: re.sub(r"'sha256-[^']*'", "SUM", value) for name, value in headers.items()}
+
+
 @pytest.mark.parametrize("kind,path", [(Service, "/"), (LegacyService, "/job/1/status"),
                                        (LegacyService, "/statistics"), (RenderService, "/")])
 def test_head_is_answered_like_get(known, kind, path):
@@ -101,7 +107,10 @@ def test_head_is_answered_like_get(known, kind, path):
     get = ask(port, request("GET", path))
     head = ask(port, request("HEAD", path), has_body=False)
     assert head.names == get.names
-    assert safety_of(head) == safety_of(get) and len(safety_of(get)) == 3
+    assert len(safety_of(get)) == 3
+    # The numbers of the statistics change from one moment to the next, and the sum of their script
+    # with them.
+    assert without_sums(safety_of(head)) == without_sums(safety_of(get))
 
 
 def test_statistics_may_run_their_own_script_alone(services):
