@@ -2,15 +2,15 @@
 
 import http.server
 import socket
-import ssl
 import struct
 import threading
 import time
 
+from local_server import LocalServer
 from waiting import wait_for
 
 
-class RecordingHub:
+class RecordingHub(LocalServer):
     """Keeps each request as (method, path, headers, body, time) and answers with `code`."""
 
     def __init__(self, code=200, certificate=None, port=0):
@@ -31,23 +31,8 @@ class RecordingHub:
             def log_message(self, *arguments):
                 pass
 
-        self.server = http.server.ThreadingHTTPServer(("127.0.0.1", port), Handler)
-        self.server.daemon_threads = True
-        if certificate:
-            context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-            context.load_cert_chain(*map(str, certificate))
-            self.server.socket = context.wrap_socket(self.server.socket, server_side=True)
-        self.address = "127.0.0.1:%d" % self.server.server_address[1]
-        self.thread = threading.Thread(target=self.server.serve_forever, args=(0.02,))
-        self.thread.start()
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self.server.shutdown()
-        self.thread.join()
-        self.server.server_close()
+        super().__init__(Handler, certificate, port)
+        self.address = "127.0.0.1:%d" % self.port
 
     def wait_for(self, count):
         """The bodies of the first `count` documents."""

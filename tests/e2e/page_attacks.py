@@ -2,36 +2,12 @@
 proxy that takes from pages what keeps them from it."""
 
 import http.server
-import ssl
-import threading
 
 import requests
 
+from local_server import LocalServer
 from page_headers import HTML_HEADERS
 from waiting import wait_for
-
-
-class _Server:
-    """An HTTP server of this machine; ends with `with`."""
-
-    def __init__(self, handler, certificate=None):
-        self.server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), handler)
-        self.server.daemon_threads = True
-        if certificate:
-            context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-            context.load_cert_chain(*map(str, certificate))
-            self.server.socket = context.wrap_socket(self.server.socket, server_side=True)
-        self.port = self.server.server_address[1]
-        self.thread = threading.Thread(target=self.server.serve_forever, args=(0.02,))
-        self.thread.start()
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self.server.shutdown()
-        self.thread.join()
-        self.server.server_close()
 
 
 class _Handler(http.server.BaseHTTPRequestHandler):
@@ -50,7 +26,7 @@ class _Handler(http.server.BaseHTTPRequestHandler):
         pass
 
 
-class Listener(_Server):
+class Listener(LocalServer):
     """Keeps the names of all that was asked of it. Whatever that is, the answer is a script that
     does the same as the attacks."""
 
@@ -83,7 +59,7 @@ class Listener(_Server):
                  lambda: "%s to run" % sorted(set(names) - set(self.heard)))
 
 
-class Proxy(_Server):
+class Proxy(LocalServer):
     """Hands on what the service answers to GET, without the headers that HTML pages carry unless
     `guarded`. `change` makes the body that is handed on; `own` are HTML pages of the proxy's own."""
 
