@@ -22,12 +22,12 @@ constexpr std::size_t largeSize = 4 << 20;
 
 /// Lets the memory that `out` has reserved come in large pages where the system has them: the first
 /// touch of each small one costs more than the copying of what goes into it.
-void preferLargePages(const std::string& out) {
-    const auto page = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
-    const auto begin = (reinterpret_cast<std::uintptr_t>(out.data()) + page - 1) / page * page;
-    const auto end = (reinterpret_cast<std::uintptr_t>(out.data()) + out.capacity()) / page * page;
+void preferLargePages(std::string& out) {
+    const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    const std::size_t before = (page - reinterpret_cast<std::uintptr_t>(out.data()) % page) % page;
+    const std::size_t whole = (out.capacity() - before) / page * page;
     // A wish: where it is not granted the small pages do.
-    (void)::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+    (void)::madvise(out.data() + before, whole, MADV_HUGEPAGE);
 }
 
 /// Reads at most `wanted` bytes into `out`. Goes through a block that the processor keeps at hand:
