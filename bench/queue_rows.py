@@ -46,14 +46,20 @@ def queues(settings):
                         ("tsp", "task-spooler"), ("redis-server", "redis-server"),
                         ("celery", "celery"), ("celery", "python3-redis"))
     others = (("gearmand", gearman), ("task-spooler", spooler), ("Celery with redis", celery))
-    ours, bare, *found = in_turns(settings, lambda: job_rows.rate(settings, WORKERS, count),
-                                  lambda: bare_starts(settings, count),
-                                  *(lambda side=side: count / side(settings, count)
-                                    for _, side in others))
-    what = "{:,} jobs of `true`, {} workers; peer: ".format(count, WORKERS)
-    return [Result(what + name, "jobs/s", ours, figures, 1.5)
-            for (name, _), figures in zip(others, found)] + [
-                Result(what + "the bare start of as many", "jobs/s", ours, bare, None)]
+    # The others keep their jobs in memory, but for what task-spooler writes of each.
+    places = [("folders on the disk", None)]
+    if settings.memory:
+        places.append(("folders in memory", settings.memory))
+    sides = [lambda below=below: job_rows.rate(settings, WORKERS, count, below)
+             for _, below in places]
+    rivals = [(name, 1.5, lambda side=side: count / side(settings, count))
+              for name, side in others]
+    rivals.append(("the bare start of as many", None, lambda: bare_starts(settings, count)))
+    figures = in_turns(settings, *sides, *(side for _, _, side in rivals))
+    what = "{:,} jobs of `true`, {} workers, {}; peer: {}"
+    return [Result(what.format(count, WORKERS, place, name), "jobs/s", ours, theirs, wanted)
+            for (place, _), ours in zip(places, figures)
+            for (name, wanted, _), theirs in zip(rivals, figures[len(places):])]
 
 
 def bare_starts(settings, count):
