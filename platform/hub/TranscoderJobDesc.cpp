@@ -27,6 +27,13 @@ bool isPlainWord(const std::string& text) {
     return text.find_first_of(" \"'\\") == std::string::npos && !holdsControl(text);
 }
 
+/// Throws where `resource`, which stands in double quotes on the tool's command line, would end
+/// them.
+void checkQuotable(const std::string& resource) {
+    if (resource.find('"') != std::string::npos || resource.back() == '\\')
+        throw JobRefused{"resource with a double quote or a backslash at its end"};
+}
+
 std::vector<std::string> splitAtCommas(const std::string& text) {
     std::vector<std::string> pieces;
     std::size_t start = 0;
@@ -208,9 +215,7 @@ void TranscoderJobDesc::readToolJob(const JobFields& fields) {
         return;
     if (resource.empty())
         throw JobRefused{"no resource"};
-    // It stands in double quotes on the tool's command line.
-    if (resource.find('"') != std::string::npos || resource.back() == '\\')
-        throw JobRefused{"resource with a double quote or a backslash at its end"};
+    checkQuotable(resource);
     if (!isPlainWord(suffix))
         throw JobRefused{"suffix with a blank, a quote or a backslash"};
     for (const Annotation& annotation : annotations) {
@@ -256,8 +261,12 @@ void TranscoderJobDesc::resolveUpload() {
     const std::string name = uploadFileName(resource);
     if (name.empty())
         throw JobRefused{"upload without a file name"};
-    if (!uploadFolder.empty())
-        resource = uploadFolder + "/" + name;
+    if (uploadFolder.empty())
+        return;
+    // What ends the name here stood before the upload's id.
+    if (JobKind == toolJob)
+        checkQuotable(name);
+    resource = uploadFolder + "/" + name;
 }
 
 void TranscoderJobDesc::initFrom(const picojson::value& config, bool replace) {

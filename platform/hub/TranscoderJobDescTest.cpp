@@ -171,6 +171,14 @@ TEST_F(JobDesc, WordsThatWouldLeaveTheirPlaceOnTheCommandLineAreRefused) {
     }
 }
 
+TEST_F(JobDesc, UploadWhoseNameEndsInABackslashLeavesItsQuotesOpen) {
+    const std::string resource = R"("resource":"a\\)" + upload + "\"}";
+    EXPECT_FALSE(parsed("{" + resource, "/uploads").valid);
+    EXPECT_TRUE(parsed(R"({"commands":["fettle"],)" + resource, "/uploads").valid);
+    // Where the text itself is the resource, the backslash is not its end.
+    EXPECT_TRUE(parsed("{" + resource).valid);
+}
+
 TEST_F(JobDesc, BatchHasNoUseForTheToolJobsWords) {
     EXPECT_TRUE(parsed(R"({"commands":["fettle"],"suffix":"a b","resource":"a\\"})").valid);
     EXPECT_TRUE(parsed(R"({"commands":["fettle"],"annotations":[["a b","'"]]})").valid);

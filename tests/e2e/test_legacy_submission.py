@@ -183,6 +183,8 @@ def test_only_the_resource_of_a_form_is_decoded_once(service):
     for query, reason in (("resource=a%00", "uid with a control character"),
                           ("resource=a%0A", "uid with a control character"),
                           ("resource=%22", "resource with a double quote or a backslash at its end"),
+                          ("resource=a%5C@01234567-89ab-4def-8123-456789abcdef",
+                           "resource with a double quote or a backslash at its end"),
                           ("resource=m&format=%78%33%64", "unknown format: %78%33%64"),
                           ("resource=m&reply=fil%65", "unknown reply: fil%65"),
                           ("resource=", "no resource"), ("resource", "no resource"),
