@@ -65,8 +65,9 @@ void TranscoderLegacyServiceProvider::DeliveryWebPage::deliver(
         return;
     const std::string file = root + request.uri.substr(prefix.size());
     const boost::filesystem::path folder = boost::filesystem::path(file).parent_path();
-    // Only the file's own folder: what lies in a job's result folders is served at once.
-    if (JobFolder::mayExist((folder / ".partial").string())) {
+    // Only the file's own folder: what lies in a job's result folders is served at once. A marker
+    // that can't be looked for counts as none: then the file decides.
+    if (JobFolder::exists((folder / ".partial").string())) {
         reply.setCode(202);
         return;
     }
