@@ -2,8 +2,10 @@
 // THREADS` makes the folders and files of COUNT jobs below ROOT and prints how many it made a
 // second.
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
@@ -52,9 +54,9 @@ int main(int argc, char** argv) {
     const int count = std::atoi(argv[2]);
     std::atomic<int> next{1};
     const auto begin = std::chrono::steady_clock::now();
-    std::vector<std::thread> threads;
-    for (int i = 0; i < std::atoi(argv[3]); ++i) {
-        threads.emplace_back([&] {
+    std::vector<std::thread> threads(static_cast<std::size_t>(std::max(0, std::atoi(argv[3]))));
+    for (std::thread& thread : threads) {
+        thread = std::thread([&] {
             for (int number = next++; number <= count; number = next++)
                 makeJob(root, number);
         });

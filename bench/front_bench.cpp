@@ -55,7 +55,7 @@ void serve(unsigned short port, std::uint32_t threads, const std::string& certif
     server.setRealm("bench");
     server.addPage("/202", FixedPage(202, 0));
     server.addPage("/1k", FixedPage(200, 1024));
-    server.addPage("/1m", FixedPage(200, 1024 * 1024));
+    server.addPage("/1m", FixedPage(200, std::size_t{1024} * 1024));
     server.addPage("/block", BlockingPage());
     server.threadParams.numThreads = threads;
     server.start("", port, certificate, key);

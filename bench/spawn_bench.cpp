@@ -2,8 +2,10 @@
 // COUNT times, in THREADS threads one after the other, in the cheapest way that the system has, and
 // prints how many ended a second. No queue that starts its tools on this machine is faster.
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <spawn.h>
@@ -35,9 +37,9 @@ int main(int argc, char** argv) {
     const int count = std::atoi(argv[1]);
     std::atomic<int> next{1};
     const auto begin = std::chrono::steady_clock::now();
-    std::vector<std::thread> threads;
-    for (int i = 0; i < std::atoi(argv[2]); ++i) {
-        threads.emplace_back([&] {
+    std::vector<std::thread> threads(static_cast<std::size_t>(std::max(0, std::atoi(argv[2]))));
+    for (std::thread& thread : threads) {
+        thread = std::thread([&] {
             while (next++ <= count)
                 runOnce(argv[3]);
         });

@@ -87,7 +87,8 @@ OSTRAND_CALL int openat64(int folder, const char* path, int flags, ...) {
     return opened(folder, path, flags, rights);
 }
 
-// What the checked forms of other libraries' calls come to.
+// What the checked forms of other libraries' calls come to. The name is the C library's own.
+// NOLINTNEXTLINE(bugprone-reserved-identifier,readability-identifier-naming)
 OSTRAND_CALL int __openat64_2(int folder, const char* path, int flags) {
     return opened(folder, path, flags, 0);
 }
