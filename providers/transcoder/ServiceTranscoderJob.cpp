@@ -49,14 +49,11 @@ void ServiceTranscoderJob::setState(JobState newState) {
 }
 
 void ServiceTranscoderJob::getCommands(Commands& commands) {
-    if (!isStored) {
-        commands.emplace_back();
-        return;
-    }
     if (desc.JobKind != TranscoderJobDesc::commandBatch)
         return;
+    // An empty line fails as a tool does that finds no folder to start in.
     for (const TranscoderJobDesc::Command& command : desc.commands)
-        commands.push_back({command.line});
+        commands.push_back({isStored ? command.line : std::string()});
 }
 
 void ServiceTranscoderJob::getEnvironment(EnvironmentList& env) {

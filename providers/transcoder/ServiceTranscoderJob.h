@@ -35,7 +35,7 @@ public:
     void setState(JobState newState) override;
 
     /// Appends the command lines of a command batch, as the client wrote them; none for other jobs.
-    /// One that can't be started for a job whose folder does not tell of it, which so fails.
+    /// For a job whose folder does not tell of it, lines that can't be started, so that it fails.
     void getCommands(Commands& commands) override;
 
     /// The description's variables, the filtered cookies and the delivery host, where set.

@@ -1,6 +1,7 @@
 #include "providers/transcoder/ServiceTranscoderJob.h"
 
 #include "platform/portico/ProtocolHTTP.h"
+#include "tests/support/OutputCapture.h"
 #include "tests/support/Requests.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Whitelists.h"
@@ -183,6 +184,23 @@ TEST_F(ServiceTranscoderJobTest, FailsWhereItsFolderDoesNotTellOfIt) {
     job->run();
     EXPECT_EQ(job->state, JobState::CLOSED);
     EXPECT_TRUE(folder.has("12/ran"));
+}
+
+// One line for each command, as where the folder goes while the job waits.
+TEST_F(ServiceTranscoderJobTest, FailsToStartWithoutAFolder) {
+    folder.write("12", "in the way");
+    const Job job = prepared("{\"uid\":\"u\",\"commands\":[\"true\",\"true\"]}");
+    EXPECT_FALSE(job->openFolder());
+    Support::OutputCapture capture;
+    job->run();
+    const std::string line =
+        "Error spawning process. Called tool most likely not executable or found\n";
+    EXPECT_EQ(capture.output(), line + line);
+    EXPECT_EQ(job->state, JobState::ERROR);
+    const Job toolJob = prepared("{\"resource\":\"r\"}");
+    EXPECT_FALSE(toolJob->openFolder());
+    toolJob->run();
+    EXPECT_EQ(toolJob->state, JobState::IN_PROCESS);
 }
 
 TEST_F(ServiceTranscoderJobTest, EveryStateIsOnDiskAtOnce) {

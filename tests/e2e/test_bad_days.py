@@ -45,9 +45,11 @@ def test_job_folder_removed_while_the_job_waits(single):
 
 def test_whole_cache_removed(service):
     shutil.rmtree(service.cache_root)
-    job = service.run("true")
+    before = service.stdout()
+    job = service.run("true", "true")
     wait_for(lambda: service.counters() == (0, 0, 1), "the job's end")
     assert service.state(job) == "ERROR"
+    assert service.stdout() == before + SPAWN_ERROR * 2
     assert service.get("/job").status_code == 200
     service.jobs_folder().mkdir(parents=True)
     job = service.run("true", uid="new")
@@ -60,6 +62,7 @@ def test_file_in_place_of_a_job_folder(service):
     assert service.run("true") == 1
     wait_for(lambda: service.counters() == (0, 0, 1), "the job's end")
     assert service.state(1) == "ERROR"
+    assert service.stdout().endswith(SPAWN_ERROR)
     assert (service.jobs_folder() / "1").read_text() == "in the way"
     job = service.run("true", uid="next")
     service.wait_done(job)
