@@ -28,12 +28,12 @@ std::string seconds(double millis) {
 /// The test looks for a folder named like the uid, where the link names the id: it shows only for
 /// those who keep such folders.
 std::string statisticsLink(const JobRecord& record, const std::string& uid,
-                           const LegacyState& state, const std::string& delivery) {
+                           const std::string& number, const LegacyState& state,
+                           const std::string& delivery) {
     if (record.state != LegacyJobStates::closed || delivery.empty() ||
         !JobFolder::exists(state.cachePath + "/" + uid + "/statistics.html"))
         return "";
-    return "<a href=\"" + delivery + "/" + std::to_string(record.id) +
-           "/statistics.html\">Statistics</a>";
+    return "<a href=\"" + delivery + "/" + number + "/statistics.html\">Statistics</a>";
 }
 
 std::string timingLines(const JobRecord& record) {
@@ -145,7 +145,7 @@ bool TranscoderLegacyServiceProvider::listJobs(const Request& request, Reply& re
         text += PagePieces::titledCell(record.commandLine, record.commandLine);
         text += PagePieces::cell(legacyStateName(record.state));
         text += PagePieces::cell(seconds(record.addedTime) + " sec");
-        text += PagePieces::cell(statisticsLink(record, uid, state, delivery)) + "</tr>";
+        text += PagePieces::cell(statisticsLink(record, uid, number, state, delivery)) + "</tr>";
     }
     answerPage(request, reply, "text/html", text + PagePieces::jobListClose());
     return true;

@@ -215,6 +215,20 @@ def test_missing_viewer_changes_nothing_and_is_logged(services, folder):
     assert (service.job_folder(job) / "console_glimt.txt").read_text() == ""
 
 
+def test_scene_that_cannot_be_written_costs_the_picture_alone(legacy):
+    job = legacy.run("hold gate", options="screenshot")
+    legacy.wait_started(job)
+    (legacy.job_folder(job) / "saveFrame.x3d").mkdir()
+    legacy.open_gate(job)
+    legacy.wait_done(job)
+    assert legacy.state(job) == "CLOSED"
+    assert legacy.calls(job, "glimt") == []
+    assert legacy.command_line(job) == (
+        'fettle.exe -i "hold gate" -J statistics.html -V --x3d index.x3d ')
+    assert not (legacy.job_folder(job) / "console_glimt.txt").exists()
+    assert len(legacy.timings(job)["timings"]) == 1
+
+
 @pytest.mark.parametrize("resource", ["exit-with 1", "exit-with 255", "end-by KILL", "end-by SEGV",
                                       "end-by TERM"])
 def test_tool_that_fails_makes_an_error(legacy, resource):

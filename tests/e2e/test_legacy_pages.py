@@ -245,15 +245,18 @@ def test_link_by_the_uid(services):
     place_job(service, 1, 2, "own")
     place_job(service, 2, 3, "own failed")
     place_job(service, 3, 2, "u" * 300)
+    # Another folder of the same job: its row has its own number.
+    place_job(service, 4, 2, "own")
     for name in ("own", "own failed"):
         (service.cache_root / name).mkdir()
         (service.cache_root / name / "statistics.html").touch()
     service.start()
     page = service.get("/job/list")
     assert page.status_code == 200
-    link = "<a href=\"%s/1/statistics.html\">Statistics</a>" % service.delivery
-    assert row(1, "own", "own", "", "CLOSED", "0", link) in page.text
-    assert page.text.count("Statistics</a>") == 1
+    for number in (1, 4):
+        link = "<a href=\"%s/%d/statistics.html\">Statistics</a>" % (service.delivery, number)
+        assert row(number, "own", "own", "", "CLOSED", "0", link) in page.text
+    assert page.text.count("Statistics</a>") == 2
 
 
 def test_consoles(services):
