@@ -12,7 +12,7 @@ namespace OstrandService {
 namespace {
 
 /// Of a text that is no JSON the log gets so much, bytes: it may be one line of many megabytes.
-constexpr std::size_t longestError = 1000;
+constexpr std::size_t longestError = 65536;
 
 } // namespace
 

@@ -14,9 +14,10 @@ constexpr int mostFailures = 16; ///< in one pass: a disk that takes nothing is 
 
 } // namespace
 
-/// The state that is told is the record's, whatever the disk says.
+/// The state that is told is the record's, whatever the disk says. A folder in the place of the
+/// file is no trouble of the disk that goes by: nothing waits for it.
 void LegacyJobStore::save(JobRecord& record, LegacyJobState newState) {
-    if (record.writeState(newState))
+    if (record.writeState(newState) || JobFolder::isFolder(record.folder + "/.status"))
         unsaved.erase(record.id);
     else
         unsaved.insert(record.id);

@@ -98,10 +98,12 @@ TEST_F(LegacySubmissionTest, BodyThatIsNoJson) {
     expectRefused(post("{\n\nx y"), "JSON POST parsing error: syntax error at line 3 near: x y");
 }
 
-TEST_F(LegacySubmissionTest, LogGetsAPieceOfALongBody) {
-    expectRefused(post(std::string(5000, 'y')),
-                  "JSON POST parsing error: syntax error at line 1 near: " +
-                      std::string(1000 - std::string("syntax error at line 1 near: ").size(), 'y'));
+TEST_F(LegacySubmissionTest, LogGetsTheRestOfALongLineAndAPieceOfAnEndlessOne) {
+    const std::string error = "syntax error at line 1 near: ";
+    const std::string longLine(60000, 'y');
+    expectRefused(post(longLine), "JSON POST parsing error: " + error + longLine);
+    expectRefused(post(std::string(100000, 'y')),
+                  "JSON POST parsing error: " + error + std::string(65536 - error.size(), 'y'));
 }
 
 TEST_F(LegacySubmissionTest, DescriptionThatIsRefused) {

@@ -328,6 +328,26 @@ def test_console_that_is_a_folder_does_not_fail_the_job(legacy):
     legacy.wait_done(job)
 
 
+def test_folders_in_the_place_of_its_files_do_not_fail_the_job(legacy):
+    """What can't be written then is not missed before the restart."""
+    names = (".status", ".meta", "jobId", ".cookie", ".timings")
+    for name in names:
+        (legacy.job_folder(1) / name / "kept").mkdir(parents=True)
+    job = legacy.run("m.obj", options="screenshot", cookies={"a": "b"})
+    assert job == 1
+    legacy.wait_done(job)
+    assert legacy.state(job) == "CLOSED"
+    assert legacy.counters() == (1, 1, 0, 0)
+    assert not (legacy.job_folder(job) / ".partial").exists()
+    assert legacy.deliver("1/index.x3d").status_code == 200
+    assert all((legacy.job_folder(job) / name / "kept").is_dir() for name in names)
+    assert not [name for name in os.listdir(legacy.job_folder(job)) if name.startswith(".new")]
+    legacy.stop()
+    legacy.restart()
+    assert legacy.stdout().count("Loading old jobs: 1\n") == 1
+    assert legacy.counters() == (1, 1, 1, 0)
+
+
 def test_no_descriptor_stays_behind(legacy):
     def descriptors():
         return len(os.listdir("/proc/%d/fd" % legacy.process.pid))
