@@ -78,7 +78,9 @@ def test_elements_that_are_left_out(known):
     done = known.uri(4)
     elements = [
         1, None, "text", {}, [], [0], ["0", done], [None, done], [0, 1], [0, None], [0, [done]],
-        [0, "no slash"], [0, "one/4"], [0, ""],
+        [0, "no slash"], [0, "one/4"], [0, ""], [0, "abc/4"],
+        # One slash, and it comes first.
+        [0, "/"], [0, "/4"], [0, "/abc"], [0, "//4"],
         [0, "http://h/other/4"], [0, "http://h/ABC/4"], [0, "http://h/abc /4"],
         # A result file has the id where the provider should be.
         [0, done + "/index.x3d"],
