@@ -1,5 +1,5 @@
-"""What the legacy transcoder's jobs, counters and folders come to, by its rules alone: a second, slow
-and simple form of its store, for an idle service and tools that have ended."""
+"""What the legacy transcoder's jobs, counters and folders come to, by its rules alone: a second,
+simple form of its store, for an idle service and tools that have ended."""
 
 import json
 import urllib.parse

@@ -1,5 +1,5 @@
-"""Random submissions, deletions, clearings, restarts and damage between them: whatever comes of them,
-the legacy transcoder tells what its rules say."""
+"""Random submissions, deletions, clearings, restarts and damage between them: whatever comes of
+them, the legacy transcoder tells what its rules say."""
 
 import json
 import os
