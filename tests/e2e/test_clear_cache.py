@@ -14,9 +14,10 @@ def clear(service, **keys):
 
 
 def test_clear_cache(service):
-    jobs = [service.run("true", uid=str(number)) for number in range(3)]
+    jobs = [service.run(command, uid=str(number))
+            for number, command in enumerate(["true", "false", "true"])]
     service.wait_done(*jobs)
-    wait_for(lambda: service.counters()[0] == 0, "the counters")
+    wait_for(lambda: service.counters() == (0, 2, 1), "the counters")
     (service.jobs_folder() / "notes").mkdir()
     (service.jobs_folder() / "notes" / ".meta").touch()
     (service.jobs_folder() / "9").mkdir()

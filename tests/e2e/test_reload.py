@@ -29,6 +29,21 @@ def test_empty_cache(service):
     assert service.counters() == (0, 0, 0)
 
 
+def test_file_in_place_of_the_cache_folder(services):
+    """There is nothing to read, and no word of it; jobs find no place for their folders."""
+    service = services.make()
+    service.cache_root.mkdir()
+    service.jobs_folder().write_text("in the way")
+    service.start()
+    assert "Loading old jobs" not in service.stdout()
+    assert service.run("true") == 1
+    wait_for(lambda: service.counters() == (0, 0, 1), "the job's end")
+    assert service.post("/config", {"clearCache": True}).status_code == 200
+    assert service.counters() == (0, 0, 0)
+    assert "clearing cache in" not in service.stdout()
+    assert service.jobs_folder().read_text() == "in the way"
+
+
 def test_holes_and_the_next_number(services):
     service = idle(services)
     for number in (1, 2, 5):
