@@ -75,7 +75,9 @@ bool JobFolder::markPartial(const std::string& path) {
 bool JobFolder::clearPartial(const std::string& path) {
     Kestrel::crashPoint("before the mark goes");
     const std::string marker = path + "/.partial";
-    const bool gone = ::unlink(marker.c_str()) == 0 || !mayExist(marker);
+    // An empty folder of the name marks as well as a file, and goes as well.
+    const bool gone = ::unlink(marker.c_str()) == 0 ||
+                      (errno == EISDIR && ::rmdir(marker.c_str()) == 0) || !mayExist(marker);
     Kestrel::crashPoint("mark gone");
     return gone;
 }

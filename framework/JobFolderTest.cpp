@@ -40,8 +40,12 @@ TEST_F(JobFolderTest, TellsWhetherTheMarkerIsThereAndWhetherItHasGone) {
     EXPECT_TRUE(JobFolder::clearPartial(folder.path())) << "it is not there";
     EXPECT_TRUE(JobFolder::clearPartial(folder.path("none")));
     EXPECT_FALSE(JobFolder::markPartial(folder.path("none")));
-    // A folder in its place can be neither made nor removed as a file, and marks as well.
+    // A folder in its place marks as well, and is removed if there is nothing in it.
     folder.makeFolder(".partial");
+    EXPECT_TRUE(JobFolder::markPartial(folder.path()));
+    EXPECT_TRUE(JobFolder::clearPartial(folder.path()));
+    EXPECT_FALSE(folder.has(".partial"));
+    folder.write(".partial/in the way", "");
     EXPECT_TRUE(JobFolder::markPartial(folder.path()));
     EXPECT_FALSE(JobFolder::clearPartial(folder.path()));
 }
