@@ -12,6 +12,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdio>
+#include <sstream>
 #include <unistd.h>
 #include <utility>
 
@@ -53,17 +54,24 @@ std::string obtainIdentifier(const std::string& cacheRoot, bool shortId) {
 }
 
 /// The identifier under which a registration document announces the service; `fallback` where it
-/// names none. Read as text: a document whose group or host holds a quote is no JSON.
+/// names none. Read by lines of text: a document whose texts hold quotes is no JSON, and its lists
+/// may hold the key's name.
 std::string announcedIdentifier(const std::string& document, const std::string& fallback) {
     const std::string key = "\"ProviderId\"";
-    const std::size_t at = document.rfind(key);
-    if (at == std::string::npos)
-        return fallback;
-    const std::size_t begin = document.find('"', at + key.size());
-    if (begin == std::string::npos)
-        return fallback;
-    const std::size_t end = document.find('"', begin + 1);
-    return end == std::string::npos ? fallback : document.substr(begin + 1, end - begin - 1);
+    std::istringstream lines(document);
+    for (std::string line; std::getline(lines, line);) {
+        const std::size_t at = line.find_first_not_of(' ');
+        if (at == std::string::npos || line.compare(at, key.size(), key) != 0)
+            continue;
+        const std::size_t colon = line.find_first_not_of(' ', at + key.size());
+        if (colon == std::string::npos || line[colon] != ':')
+            continue;
+        const std::size_t begin = line.find('"', colon);
+        const std::size_t end = line.rfind('"');
+        if (begin < end)
+            return line.substr(begin + 1, end - begin - 1);
+    }
+    return fallback;
 }
 
 } // namespace

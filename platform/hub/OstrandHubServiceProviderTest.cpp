@@ -181,6 +181,17 @@ TEST_F(HubClient, DeregistrationIsEscaped) {
     EXPECT_EQ(value.get("Group").get<std::string>(), "a\"b\\");
 }
 
+TEST_F(HubClient, DeregistersTheIdentifierOfTheDocument) {
+    client->addServiceProvider("{\n  \"Group\" : \"ProviderId\",\n"
+                               "    \"ProviderId\"  : \"x\"y\\\",\n"
+                               "    \"Host\" : \"h\",\n"
+                               "      [\n        \"ProviderId\", \"b\"\n      ]\n}\n",
+                               false);
+    EXPECT_TRUE(client->removeServiceProvider(false));
+    EXPECT_EQ(hub->deliveries().at(1).document,
+              R"({"Command":"removeServiceProvider","Group":"G","ProviderId":"x\"y\\"})");
+}
+
 TEST_F(HubClient, DeregistersOnlyWhatWasRegisteredAndOnce) {
     EXPECT_TRUE(client->removeServiceProvider(false));
     EXPECT_TRUE(hub->deliveries().empty());

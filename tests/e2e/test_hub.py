@@ -173,6 +173,16 @@ def test_identifier_of_the_document(services):
         assert json.loads(hub.received[-1][3])["ProviderId"] == whole[:8]
 
 
+def test_identifier_with_a_quote(services):
+    """It breaks the registration, and the hub is told the end of the same."""
+    config = dict(CONFIG, envWhitelist=["ProviderId"])
+    with RecordingHub() as hub:
+        service = services.start(provider_id="a\"b", hub=hub.address, config=config)
+        assert "    \"ProviderId\"  : \"a\"b\",\n" in hub.wait_for(1)[0]
+        service.stop()
+        assert json.loads(hub.received[-1][3])["ProviderId"] == "a\"b"
+
+
 def test_secure_port_is_announced_with_the_flag_alone(services, certificate):
     """With --ssl the hub is asked over TLS, and one whose certificate nobody vouches for is not
     told anything."""
