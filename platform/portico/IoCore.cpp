@@ -64,9 +64,12 @@ void IoCore::release() {
     }
     try {
         threads.emplace_back([this] { run(); });
+        refused = false;
     } catch (const std::exception& failure) {
         running.fetch_sub(1);
-        report(std::string("web server: no further thread: ") + failure.what());
+        // The monitor looks hundreds of times a second; one line tells of a lasting want.
+        if (!std::exchange(refused, true))
+            report(std::string("web server: no further thread: ") + failure.what());
     }
 }
 

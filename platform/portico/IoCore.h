@@ -82,6 +82,7 @@ private:
     std::uint32_t parked = 0;
     std::uint32_t permits = 0; ///< parked threads that may go
     bool ended = false;
+    bool refused = false; ///< the system gave no thread when one was last asked for
     std::vector<std::thread> threads;
 };
 

@@ -70,9 +70,11 @@ private:
     bool handleReconfig(const Request& request, Reply& reply);
     void reconfigureJobs(const picojson::value& config);
     void reconfigureDelivery(const picojson::object& config);
-    /// The next four with `workersMutex` held. startWorkers() throws std::system_error where the
-    /// system gives no more threads; those that were started then stand in the list.
+    /// The next five with `workersMutex` held. startWorkers() throws std::system_error where the
+    /// system gives no more threads; those that were started then stand in the list. The two before
+    /// it throw only where there is none even after some seconds.
     void reconfigureThreads(std::int32_t count);
+    void startNewWorkers(std::int32_t count);
     void startWorkers(std::int32_t count);
     void stopWorkers();
     void clearCache();

@@ -7,15 +7,18 @@
 #include "platform/hub/MessageLog.h"
 #include "platform/hub/OstrandHubServiceProvider.h"
 #include "platform/kestrel/SysInfo.h"
+#include "platform/kestrel/Thread.h"
 #include "platform/portico/InetAddress.h"
 #include "platform/portico/ProtocolHTTP.h"
 #include "providers/legacy/JobProcThread.h"
 #include "providers/legacy/LegacyJobStore.h"
 #include "providers/legacy/TranscoderLegacyServiceProvider.h"
 
+#include <cstddef>
 #include <cstdio>
 #include <iostream>
 #include <sstream>
+#include <system_error>
 #include <utility>
 
 namespace OstrandService {
@@ -90,6 +93,30 @@ void TranscoderLegacyServiceProvider::stopWorkers() {
     state.workerThreads.clear();
 }
 
+// Without any worker no job would run until the next reconfiguration, so the first one is tried for
+// again for some time. With fewer than were asked for the service is slow, and says so.
+void TranscoderLegacyServiceProvider::startNewWorkers(std::int32_t count) {
+    constexpr int tries = 50;
+    constexpr unsigned long pauseMillis = 100;
+    for (int left = tries;; --left) {
+        try {
+            startWorkers(count);
+            return;
+        } catch (const std::system_error& error) {
+            const std::size_t started = state.workerThreads.size();
+            if (started == 0 && left > 1) {
+                Kestrel::Thread::sleep(pauseMillis);
+                continue;
+            }
+            MessageLog::the()->log("reconfiguration: " + std::to_string(started) + " of " +
+                                   std::to_string(count) + " threads: " + error.what());
+            if (started == 0)
+                throw;
+            return;
+        }
+    }
+}
+
 // Every thread is replaced, also where the number stays the same. The number that the front page
 // shows stays that of the start.
 void TranscoderLegacyServiceProvider::reconfigureThreads(std::int32_t count) {
@@ -103,7 +130,7 @@ void TranscoderLegacyServiceProvider::reconfigureThreads(std::int32_t count) {
     std::fprintf(stderr, "from %d threads to %d threads\n", static_cast<int>(workers.size()),
                  count);
     stopWorkers();
-    startWorkers(count);
+    startNewWorkers(count);
     std::fprintf(stderr, "at %d threads to %d threads\n", static_cast<int>(workers.size()), count);
 }
 
