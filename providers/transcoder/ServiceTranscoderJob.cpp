@@ -44,8 +44,13 @@ ServiceTranscoderJob::create(const picojson::value& v, const std::string& provid
 void ServiceTranscoderJob::setState(JobState newState) {
     const std::lock_guard<std::mutex> lock(stateMutex);
     // First on disk: who is told of a state finds it there, and so does a restart.
-    isSaved = writeStatus(newState);
+    isSaved = saveLocked(newState);
     ServiceJobBase::setState(newState);
+}
+
+/// A folder in the place of the file is no trouble of the disk that goes by: nothing waits for it.
+bool ServiceTranscoderJob::saveLocked(JobState saved) const {
+    return writeStatus(saved) || JobFolder::isFolder(workDir() + "/.status");
 }
 
 void ServiceTranscoderJob::getCommands(Commands& commands) {
@@ -112,7 +117,7 @@ bool ServiceTranscoderJob::clearPartial() {
 
 bool ServiceTranscoderJob::settle() {
     const std::lock_guard<std::mutex> lock(stateMutex);
-    isSaved = isSaved || writeStatus(state);
+    isSaved = isSaved || saveLocked(state);
     return settleLocked();
 }
 

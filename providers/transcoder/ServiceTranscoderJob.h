@@ -92,6 +92,7 @@ private:
     static void destroy(ServiceTranscoderJob* job);
 
     bool settleLocked();
+    bool saveLocked(JobState saved) const;
 
     std::mutex stateMutex; ///< guards what follows, held over writing the state and the marker
     bool isSaved = true;   ///< ".status" tells the state

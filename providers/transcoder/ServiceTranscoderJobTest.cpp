@@ -1,5 +1,6 @@
 #include "providers/transcoder/ServiceTranscoderJob.h"
 
+#include "platform/hub/FileSizeLimit.h"
 #include "platform/portico/ProtocolHTTP.h"
 #include "tests/support/OutputCapture.h"
 #include "tests/support/Requests.h"
@@ -146,21 +147,31 @@ TEST_F(ServiceTranscoderJobTest, StaysMarkedUntilItsLastRunHasEnded) {
     EXPECT_FALSE(folder.has("12/.partial"));
 }
 
-// A folder in the way of the file is what no right can forbid.
 TEST_F(ServiceTranscoderJobTest, StaysMarkedUntilItsStateIsOnDisk) {
     const Job job = prepared("{\"uid\":\"u\",\"commands\":[]}");
     ASSERT_TRUE(job->openFolder());
-    boost::filesystem::remove(folder.path("12/.status"));
-    folder.write("12/.status/in the way", "");
-    job->setState(JobState::CLOSED);
-    EXPECT_EQ(job->state, JobState::CLOSED);
-    EXPECT_FALSE(job->clearPartial());
-    EXPECT_FALSE(job->settle());
-    EXPECT_TRUE(folder.has("12/.partial"));
-    boost::filesystem::remove_all(folder.path("12/.status"));
+    {
+        const FileSizeLimit full(0);
+        job->setState(JobState::CLOSED);
+        EXPECT_EQ(job->state, JobState::CLOSED);
+        EXPECT_FALSE(job->clearPartial());
+        EXPECT_FALSE(job->settle());
+        EXPECT_TRUE(folder.has("12/.partial"));
+    }
     EXPECT_TRUE(job->settle());
     EXPECT_FALSE(folder.has("12/.partial"));
     EXPECT_EQ(folder.read("12/.status"), "{ \"status\" : 3 }\n");
+}
+
+TEST_F(ServiceTranscoderJobTest, DoesNotWaitForAFolderInThePlaceOfItsState) {
+    folder.write("12/.status/in the way", "");
+    const Job job = prepared("{\"uid\":\"u\",\"commands\":[]}");
+    EXPECT_TRUE(job->openFolder());
+    job->setState(JobState::CLOSED);
+    EXPECT_EQ(job->state, JobState::CLOSED);
+    EXPECT_TRUE(job->clearPartial());
+    EXPECT_FALSE(folder.has("12/.partial"));
+    EXPECT_TRUE(folder.has("12/.status/in the way"));
 }
 
 TEST_F(ServiceTranscoderJobTest, LeavesNothingToSettleInAFolderThatHasGone) {

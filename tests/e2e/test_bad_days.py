@@ -82,6 +82,18 @@ def test_folder_in_place_of_the_files_of_a_job(service):
     assert service.get("/job/1").status_code == 200
 
 
+def test_folder_in_place_of_the_state(service):
+    """No disk will ever take it: the job runs all the same, and its result is given out."""
+    (service.job_folder(1) / ".status" / "in the way").mkdir(parents=True)
+    job = service.run("put index.x3d x")
+    service.wait_done(job)
+    assert (job, service.state(job)) == (1, "CLOSED")
+    assert service.counters() == (0, 1, 0)
+    reply = service.deliver("1/index.x3d")
+    assert (reply.status_code, reply.text) == (200, "x")
+    assert (service.job_folder(1) / ".status" / "in the way").is_dir()
+
+
 def test_full_disk(services, small_disk):
     """A job that cannot be written down fails, and the service goes on."""
     service = services.start(cache_path=small_disk / "cache")
