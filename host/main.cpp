@@ -1,6 +1,7 @@
 #include "host/OstrandService.h"
 #include "host/ProviderName.h"
 #include "host/ServiceProviderRegistry.h"
+#include "platform/kestrel/Memory.h"
 #include "platform/kestrel/Signal.h"
 #include "platform/kestrel/StandardFiles.h"
 #include "platform/kestrel/ToolProcess.h"
@@ -24,6 +25,7 @@ constexpr int failure = -1;
 /// no thread left.
 bool prepareProcess() {
     Kestrel::openStandardFiles();
+    Kestrel::returnLargeBlocks();
     try {
         Kestrel::Signal::the.takeOver();
     } catch (const std::system_error& error) {

@@ -11,7 +11,7 @@ import pytest
 from raw_http import Connection, ask, request, seconds_of
 from service import sanitizer
 from waiting import PATIENCE, stays, wait_for
-from front import CHUNKED, ICON, MIB, check_refused
+from front import CHUNKED, ICON, KIB, MIB, check_refused, memory_of
 
 
 def test_stalled_clients_hinder_nobody(services):
@@ -71,6 +71,24 @@ def test_reply_that_nobody_reads_does_not_keep_the_service(services):
         assert connection.receive()
         assert service.fetch("/favicon.ico").status_code == 200
         assert seconds_of(service.stop) < 30 + PATIENCE
+
+
+@pytest.mark.skipif(sanitizer() != "", reason="has an allocator of its own")
+def test_memory_of_large_results_goes_back_to_the_system(services):
+    service = services.start()
+    size, clients = 12 * MIB, 8
+    (service.jobs_folder() / "big").write_bytes(b"x" * size)
+    before = memory_of(service)
+    # The rounds behind the first one find what the allocator has learned.
+    for _ in range(3):
+        with contextlib.ExitStack() as stack:
+            for _ in range(clients):
+                connection = stack.enter_context(Connection(service.port + 1))
+                connection.send(request("GET", "/abc/big"))
+            wait_for(lambda: memory_of(service) - before > clients * size // KIB * 3 // 4,
+                     lambda: "the results in memory: %d KiB" % (memory_of(service) - before))
+        wait_for(lambda: memory_of(service) - before < 20 * KIB,
+                 lambda: "their memory to go: %d KiB" % (memory_of(service) - before))
 
 
 def test_both_families(shared):
