@@ -14,6 +14,7 @@ struct MessageLog::State {
 
     std::string path;                   ///< folder, as it was set
     std::unique_ptr<RotatingFile> file; ///< of `path`; null before its first line
+    bool begun = false;                 ///< a line has been written there
     std::optional<std::chrono::steady_clock::time_point> told; ///< when a lost line was told last
 
     void write(const std::string& line);
@@ -45,7 +46,12 @@ void MessageLog::State::write(const std::string& line) {
     const std::string name = path + "/messages.log";
     if (!file)
         file = std::make_unique<RotatingFile>(name, ' ', "", RotatingFile::Limits());
-    if (file->write(line))
+    if (file->write(line)) {
+        begun = true;
+        return;
+    }
+    // One that never began is silent: start scripts compare what a start prints.
+    if (!begun)
         return;
     const auto now = std::chrono::steady_clock::now();
     if (told && now - *told < toldEvery)
@@ -70,6 +76,7 @@ void MessageLog::setLogPath(const std::string& path) {
         return;
     state.path = path;
     state.file.reset();
+    state.begun = false;
     state.told.reset();
 }
 

@@ -10,7 +10,7 @@ namespace OstrandService {
 ///
 /// Any thread may log. Nothing is opened before the first line: the path may be set twice, and a
 /// start that ends early leaves no folder behind. A log that can't be written loses the line and is
-/// tried again at the next; standard error tells it, once a minute at most.
+/// tried again at the next; of one that has begun standard error tells it, once a minute at most.
 class MessageLog {
 public:
     /// The one instance, made on first use and never destroyed.

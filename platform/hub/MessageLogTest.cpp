@@ -2,6 +2,7 @@
 
 #include "platform/hub/TestFolder.h"
 
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <regex>
 #include <set>
@@ -175,14 +176,30 @@ TEST(MessageLog, FileIsNotInheritedByTools) {
 
 TEST(MessageLog, LostLinesAreToldOnStandardErrorOnce) {
     const TestFolder folder;
-    MessageLog::setLogPath(folder.path("missing"));
+    const std::string path = folder.path("log");
+    std::filesystem::create_directory(path);
+    MessageLog::setLogPath(path);
     testing::internal::CaptureStderr();
+    MessageLog::the()->log("x");
+    std::filesystem::remove_all(path);
+    folder.write("log", "in the place of the folder");
     MessageLog::the()->log("x");
     MessageLog::the()->log("x");
     MessageLog::setLogPath("");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "cannot write the log " +
-                                                          folder.path("missing/messages.log") +
-                                                          ": No such file or directory\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "cannot write the log " + path + "/messages.log: Not a directory\n");
+}
+
+TEST(MessageLog, OneThatNeverBeganIsSilent) {
+    const TestFolder folder;
+    MessageLog::setLogPath(folder.path("missing"));
+    testing::internal::CaptureStderr();
+    MessageLog::the()->log("x");
+    std::filesystem::create_directory(folder.path("missing"));
+    MessageLog::the()->log("y");
+    MessageLog::setLogPath("");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_NE(folder.read("missing/messages.log").find("Z y\n"), std::string::npos);
 }
 
 } // namespace
