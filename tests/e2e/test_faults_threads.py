@@ -30,6 +30,8 @@ def submit(service, name):
 def test_slow_pages_without_further_threads(services, provider):
     """Pages that take long are served by the threads that there are, and the log is not filled."""
     service = start_struck(services, provider)
+    # The last thread of a start.
+    wait_for(lambda: "hub client" in service.threads(), "the whole start")
     service.faults.set("thread", 1, errno.EAGAIN).set("delay", 1)
     service.faults.set_delay(0.02)
     with service.faults:
